@@ -1,0 +1,240 @@
+// The alert service: one instance of CAlertZelManage, made by the exported
+// Create and destroyed by the host through its CServiceBase pointer.
+//
+// Threads: the host's thread runs the constructor, Initialize and, later, the
+// destructor. Everything else runs on the worker thread of Common::CThread:
+// bus handlers run only inside Common::Q7X_MSGWaitForEvent, which the worker
+// calls once per cycle and inside the storage waits. Handlers and evaluation
+// therefore exclude each other without a lock.
+//
+// Storage waits dispatch every message, rule changes included. Rule and area
+// messages that arrive while an alert walk, a stop or another rule change is
+// on the stack are held in arrival order and applied when the outermost of
+// them has ended (see BusyScope), so no walk loses the rule it stands on.
+#ifndef ALERTZEL_MANAGE_H
+#define ALERTZEL_MANAGE_H
+
+#include <stdint.h>
+
+#include <deque>
+#include <list>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <json/json.h>
+
+#include "AlertZelTypes.h"
+#include "Common.h"
+
+#define ZEL_EXPORT __attribute__((visibility("default")))
+
+extern "C" ZEL_EXPORT CServiceBase* Create();
+extern ZEL_EXPORT std::string AddMark[4];
+extern ZEL_EXPORT std::string Mark[4];
+extern ZEL_EXPORT std::string EVENT_NAME[103];
+
+const int kEventCount = 103;
+
+// Diagnostics carry this file name, whichever source prints them.
+#define ZEL_SRC "basicservice/basebusiness/AlertZelManage/src/AlertZelManage"
+#define ZEL_LOG(level, ...) \
+    Common::gclDebugPrintf((level), ZEL_SRC, __FUNCTION__, __LINE__, __VA_ARGS__)
+
+class CAlertZelManage : public Common::CThread, public CServiceBase {
+public:
+    static CAlertZelManage* get_instance();
+    ~CAlertZelManage() override;
+
+    int ThreadFuncImpl() override;
+    void Initialize();
+    void StartComplete();
+    void StopComplete();
+    void messageRegister();
+    void messageUnRegister();
+    void GetAlarmParamAndStatus();
+    void GetAlarmStatus(Json::Value& status);
+
+    // ---- alert engine ----
+    void CheckAlarm();
+    bool checkTime(Common::_datetime_& start, Common::_datetime_& end);
+    void upDateTrigger(sInputTrigger& trigger, unsigned int& atLeast,
+                       unsigned long long& EventMark, bool& result);
+    void checkAlertIO(sInputTrigger& trigger, unsigned int& atLeast,
+                      unsigned long long& EventMark, bool& result);
+    void checkAlertPanicKey(sInputTrigger& trigger, unsigned int& atLeast,
+                            unsigned long long& EventMark, bool& result);
+    void checkAlertACC(sInputTrigger& trigger, unsigned int& atLeast,
+                       unsigned long long& EventMark, bool& result);
+    void checkAlertGPS(sInputTrigger& trigger, unsigned int& atLeast,
+                       unsigned long long& EventMark, bool& result);
+    void checkAlertIgnition(sInputTrigger& trigger, unsigned int& atLeast,
+                            unsigned long long& EventMark, bool& result);
+    void checkAlertVehicleInfo(sInputTrigger& trigger, unsigned int& atLeast,
+                               unsigned long long& EventMark, bool& result);
+    void checkAlertMDVideo(sInputTrigger& trigger, unsigned int& atLeast,
+                           unsigned long long& EventMark, bool& result);
+    void checkAlprValue(sInputTrigger& trigger, unsigned int& atLeast,
+                        unsigned long long& EventMark, bool& result);
+    void checkJ1939Value(sInputTrigger& trigger, unsigned int& atLeast,
+                         unsigned long long& EventMark, bool& result);
+    void upDateEvent(sInputTrigger& trigger, unsigned int& atLeast,
+                     unsigned long long& EventMark, double value, bool& result);
+    bool checkValue(double value, double threshold, eTriggerType type);
+
+    void StopAllAlarm();
+    void StopOneAlarm(unsigned int alertID);
+    int LocalCancelAlarm(Common::_datetime_ time);
+    int HandleAlarmCrossDay();
+    bool CheckDateTime(Common::_datetime_ a, Common::_datetime_ b);
+
+    // ---- alert log and reports ----
+    void writeAlertZelLog(unsigned int alertID, unsigned long long EventMark,
+                          Common::_datetime_ start);
+    void modifyAlertZelLog(unsigned int alertID, Common::_datetime_ time, bool erase);
+    unsigned long long GetZelAlertLogSize();
+    void ModifyZelAlertFrameOffset();
+    void OnReturnWriteResult(const char* msg, int len);
+    void OnReturnAlarmLogSize(const char* msg, int len);
+    void OnCheckStoragePlugin(const char* msg, int len);
+    void OnGetZelAlertState(const char* msg, int len);
+    // Appends one record to m_AlertList.
+    void appendAlertRecord(const ZelAlertPara_t& para, const Common::_datetime_& time,
+                           uint8_t ended);
+    // Publishes m_AlertList as message 3215; false when the payload could not
+    // be allocated.
+    bool sendAlertList();
+
+    // ---- rule provisioning ----
+    void clearZelAlertPara(ZelAlertPara_t& para);
+    void clearParaList();
+    bool GetJsonCmd(const Json::Value& v, unsigned int& out);
+    bool GetJsonSource(const Json::Value& v, unsigned int& out);
+    bool GetJsonID(const Json::Value& v, unsigned int& out);
+    bool GetJsonAtleast(const Json::Value& v, unsigned int& out);
+    bool GetJsonGT(const Json::Value& v, double& out);
+    bool GetJsonLT(const Json::Value& v, double& out);
+    bool GetJsonEQ(const Json::Value& v, double& out);
+    void stringToDateTime(const char* text, Common::_datetime_& out);
+    void GetZelAlertPara();
+    void GetZelAlertEfenceInfo();
+    void OnUpdateAreaInfo(const char* msg, int len);
+    void OnPlatformUpdateArea(const char* msg, int len);
+    void dealJsonGetPara(Json::Value& root);
+    void addZelAlertID(Json::Value& root);
+    void coverZelAlertID(Json::Value& root);
+    void deleteZelAlertID(Json::Value& root);
+    void printfOneZelAlertPara(ZelAlertPara_t& para);
+    void printfZelAlertPara();
+    bool checkIsInArea(unsigned int alertID);
+    void getAreaID(Json::Value& root, std::string& key);
+    void OnUpdateFenceInfo(const char* msg, int len);
+    void OnUpdateFenceEvent(const char* msg, int len);
+
+    // ---- signal inputs ----
+    void OnUpdateIOState(const char* msg, int len);
+    void OnUpdatePanicKeyState(const char* msg, int len);
+    void OnUpdateAccData(const char* msg, int len);
+    void OnUpdateGPSInfo(const char* msg, int len);
+    void OnUpdateSpeedInfo(const char* msg, int len);
+    void OnUpdataVehicleInfo(const char* msg, int len);
+    void onGetAlprEvent(const char* msg, int len);
+    void OnUpdateMDVideo(const char* msg, int len);
+    void OnUpdataIPCSetting(const char* msg, int len);
+    void onGetJ1939param(const char* msg, int len);
+    void onGetZelCanData(const char* msg, int len);
+    unsigned long long get_bit_mask_set_ull(uint32_t first, uint32_t end);
+
+    // m_EventValid, one bit per event number.
+    bool isEventValid(uint32_t event) const {
+        return event < kEventCount && (m_EventValid[event >> 5] >> (event & 31)) & 1u;
+    }
+    void setEventValid(uint32_t event) { m_EventValid[event >> 5] |= 1u << (event & 31); }
+    void clearEventValid(uint32_t event) { m_EventValid[event >> 5] &= ~(1u << (event & 31)); }
+
+    // ---- holding rule changes while a walk or a stop is on the stack ----
+    typedef void (CAlertZelManage::*Handler)(const char*, int);
+    struct HeldMessage {
+        Handler handler;
+        std::vector<char> bytes;
+    };
+    // Marks a walk, a stop or a rule change as under way for its lifetime.
+    // When the outermost scope ends, the held messages are applied in order.
+    class BusyScope {
+    public:
+        explicit BusyScope(CAlertZelManage& owner);
+        ~BusyScope();
+
+    private:
+        BusyScope(const BusyScope&);
+        BusyScope& operator=(const BusyScope&);
+        CAlertZelManage& m_owner;
+    };
+    // True when the message was held for later; the handler then returns.
+    bool holdIfBusy(Handler handler, const char* msg, int len);
+    void applyHeldMessages();
+
+    // ---- members, in order of declaration ----
+    static CAlertZelManage* m_instance;
+    // Time of the last watchdog feed; set by the first worker cycle.
+    static long lastFeedTime;
+
+    void* m_pMsgManage;
+    uint8_t m_WatchRecord[36];
+    std::list<ZelAlertPara_t> m_ParaList;
+    std::vector<tag_ZELAlert> m_AlertList;
+
+    // signal cache
+    uint8_t m_PanicKey[4];
+    uint8_t m_AccData[40];
+    uint8_t m_GpsInfo[52];
+    double m_Speed;
+    double m_HdTemp;
+    double m_SysTemp;
+    double m_SysVolt;
+    double m_Ignition;
+    double m_Accel[3];
+    double m_AlprValue[5];
+    uint8_t m_VehicleInfo[64];
+    uint8_t m_MdRecord[48];
+    uint8_t m_IpcSetting[3208];
+    uint8_t m_MdState[16];
+    uint8_t m_IoState[16];
+    uint32_t m_IOlState;
+
+    std::map<uint32_t, bool> m_IsInGPSAreaMap;
+    uint8_t m_J1939Param[6048];
+    J1939ValueMap m_J1939Value;
+    uint32_t m_EventValid[4];
+
+    uint8_t m_bWritePending;
+    int32_t m_WriteResult;
+    uint8_t m_bSizePending;
+    unsigned long long m_LogSize;
+    std::map<uint32_t, _AlertZelLogFrame_t_> m_LogFrameMap;
+    unsigned char* write_frame;
+    unsigned char* modify_frame;
+    uint8_t m_bStorageReady;
+    uint8_t m_bParaReady;
+    int32_t m_LastParaRequest;
+    int32_t m_LastTickTime;
+    uint8_t m_bTickDue;
+    uint8_t m_LastResult[kEventCount];
+    uint8_t m_bDiskTempOk;
+    unsigned char m_TimeFlag;
+    Common::_datetime_ m_LastDate;
+
+    // set on the first worker cycle
+    uint8_t m_bFirstCycle;
+    // depth of walks, stops and rule changes on the stack
+    int m_BusyDepth;
+    uint8_t m_bApplyingHeld;
+    std::deque<HeldMessage> m_HeldMessages;
+
+private:
+    CAlertZelManage();
+    CAlertZelManage(const CAlertZelManage&);
+    CAlertZelManage& operator=(const CAlertZelManage&);
+};
+
+#endif  // ALERTZEL_MANAGE_H

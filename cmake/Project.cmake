@@ -1,0 +1,13 @@
+# Warnings as errors for the project's own code.
+function(az_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Werror -Wshadow
+    -Wno-unused-parameter)
+endfunction()
+
+# az_test(name source...): one GoogleTest executable registered with CTest.
+function(az_test name)
+  add_executable(${name} ${ARGN})
+  az_warnings(${name})
+  target_link_libraries(${name} PRIVATE GTest::gtest GTest::gtest_main)
+  add_test(NAME ${name} COMMAND ${name})
+endfunction()

@@ -1,0 +1,63 @@
+// zel-busmon: prints every message of the given ids as it passes on the bus:
+// id, send flag, payload length and the first bytes in hex.
+//
+// Usage: zel-busmon ID...   (stops on SIGINT or SIGTERM)
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "Common.h"
+#include "PeerUtil.h"
+
+namespace {
+
+volatile sig_atomic_t g_running = 1;
+void onSignal(int) { g_running = 0; }
+
+struct Printer {
+    void OnMessage(const char* msg, int len) {
+        if (msg == NULL || len < 16) return;
+        uint32_t word = peer::le32(msg + 8);
+        uint32_t length = peer::le32(msg + 12) & 0x7fffff;
+        std::string bytes;
+        char buf[4];
+        for (int i = 16; i < len && i < 16 + 24; ++i) {
+            snprintf(buf, sizeof buf, " %02X", static_cast<uint8_t>(msg[i]));
+            bytes += buf;
+        }
+        if (len > 16 + 24) bytes += " ...";
+        peer::say("busmon", "id %u flag %u, %u bytes:%s", word & 0xffff, (word >> 16) & 1,
+                  length, bytes.c_str());
+    }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        fprintf(stderr, "usage: zel-busmon ID...\n  e.g. zel-busmon 1289 1071 1032 475\n");
+        return 1;
+    }
+    std::vector<unsigned int> ids;
+    for (int i = 1; i < argc; ++i) {
+        char* end = NULL;
+        unsigned long id = strtoul(argv[i], &end, 0);
+        if (end == argv[i] || *end != '\0' || id > 0xffff) {
+            fprintf(stderr, "zel-busmon: '%s' is not a message id (0 to 65535)\n", argv[i]);
+            return 1;
+        }
+        ids.push_back(static_cast<unsigned int>(id));
+    }
+    signal(SIGINT, onSignal);
+    signal(SIGTERM, onSignal);
+    void* client = Common::Q7X_MSGCreateMessageClient(2, "/tmp/unix.domain", 0);
+    Printer printer;
+    for (unsigned int id : ids)
+        Common::Q7X_MSGEventRegister(client, id, Common::Q7X_Bind(&printer, &Printer::OnMessage));
+    while (g_running) Common::Q7X_MSGWaitForEvent(client, 200);
+    return 0;
+}

@@ -1,0 +1,131 @@
+// The service's life on the bus: start sequence, subscriptions, watchdog
+// feed and stop.
+#include <gtest/gtest.h>
+
+#include "Harness.h"
+#include "MessageIds.h"
+
+using harness::Bytes;
+using harness::Harness;
+
+namespace {
+
+Bytes watchRecord() {
+    Bytes rec(36, 0);
+    const char name[] = "BasicService.11";
+    for (size_t i = 0; i + 1 < sizeof name; ++i) rec[i] = static_cast<uint8_t>(name[i]);
+    rec[32] = 0xE0;  // 300000 = 0x000493E0
+    rec[33] = 0x93;
+    rec[34] = 0x04;
+    return rec;
+}
+
+TEST(ServiceShell, StartAnnouncesThenSubscribesThenRequests) {
+    Harness h;
+    h.start();
+    ASSERT_EQ(h.sent().size(), 5u);
+    EXPECT_EQ(h.sent()[0].id, 6u);
+    EXPECT_EQ(h.sent()[0].flag, 0);
+    EXPECT_EQ(h.sent()[0].payload, watchRecord());
+    const unsigned int requests[] = {1289, 1071, 1032, 475};
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(h.sent()[i + 1].id, requests[i]);
+        EXPECT_EQ(h.sent()[i + 1].flag, 1);
+        EXPECT_TRUE(h.sent()[i + 1].payload.empty());
+    }
+    const std::vector<unsigned int> order = {34057, 1288, 1081, 6777, 1073, 1071, 1176, 33800,
+                                             1031,  39564, 6796, 6689, 6795, 33087, 320, 39429,
+                                             39439, 2086, 3216, 8963, 476,  33243, 1089};
+    EXPECT_EQ(h.registrationOrder(), order);
+}
+
+TEST(ServiceShell, StopSendsMessage7AndRemovesEverySubscription) {
+    Harness h;
+    h.start();
+    h.clearSent();
+    h.stop();
+    ASSERT_EQ(h.sent().size(), 1u);
+    EXPECT_EQ(h.sent()[0].id, 7u);
+    EXPECT_EQ(h.sent()[0].payload, watchRecord());
+    EXPECT_TRUE(h.subscriptions().empty());
+}
+
+TEST(ServiceShell, HandlersRunOnlyFromTheFirstWaitOn) {
+    Harness h;
+    h.start();
+    h.announceStorage();
+    EXPECT_FALSE(h.service().m_bStorageReady);
+    h.cycle();
+    EXPECT_TRUE(h.service().m_bStorageReady);
+}
+
+TEST(ServiceShell, WatchdogIsFedEveryTenSecondsAndNotBefore) {
+    Harness h;
+    h.start();
+    h.clearSent();
+    int64_t t0 = h.nowUs();
+    h.runFor(9.5);
+    EXPECT_TRUE(h.sentWithId(3).empty());
+    h.runFor(21);
+    std::vector<harness::SentMessage> feeds = h.sentWithId(3);
+    ASSERT_EQ(feeds.size(), 3u);
+    for (size_t i = 0; i < feeds.size(); ++i) {
+        EXPECT_EQ(feeds[i].payload, watchRecord());
+        // time() moves in whole seconds: the feed falls in the cycle after
+        // the gap has reached 10.
+        EXPECT_NEAR((feeds[i].atUs - t0) / 1e6, 10.0 * (i + 1), 1.2);
+    }
+    EXPECT_EQ(h.countLines("alertZelManage watch dog !\n"), 3);
+}
+
+TEST(ServiceShell, ClockStepOfTenSecondsFeedsInEitherDirection) {
+    // Whole seconds of time(): the cycle's own 0.6 s counts against a step
+    // back, so 11 back leaves a gap of 10 at the next cycle.
+    for (long step : {10L, -11L}) {
+        Harness h;
+        h.start();
+        h.cycle();
+        h.clearSent();
+        h.stepTimeOnly(step);
+        h.cycle();
+        EXPECT_EQ(h.sentWithId(3).size(), 1u) << "step " << step;
+    }
+}
+
+TEST(ServiceShell, FeedGoesOnWithoutStorageAndWithoutRules) {
+    Harness h;
+    h.start();
+    h.runFor(25);
+    EXPECT_EQ(h.sentWithId(3).size(), 2u);
+    EXPECT_GT(h.countLines("Zel Alert storage plugin have not run success...\n"), 30);
+    h.announceStorage();
+    h.runFor(20);
+    EXPECT_EQ(h.sentWithId(3).size(), 4u);
+    EXPECT_GT(h.countLines("Zel Alert get para ...\n"), 10);
+}
+
+TEST(ServiceShell, FirstCycleTriesARolloverThatStorageRefuses) {
+    Harness h;
+    h.start();
+    h.clearLines();
+    h.cycle();
+    std::vector<std::string> expected = {"======StopAllAlarm==Start=== !\n",
+                                         "Zel Alert storage plugin have not run success...\n"};
+    EXPECT_EQ(h.texts(3), expected);
+}
+
+TEST(ServiceShell, FirstCycleWithStorageUpStopsNothingAndSendsNothing) {
+    Harness h;
+    h.start();
+    h.announceStorage();
+    h.clearSent();
+    h.clearLines();
+    h.cycle();
+    std::vector<std::string> texts = h.texts(3);
+    ASSERT_GE(texts.size(), 2u);
+    EXPECT_EQ(texts[0], "======StopAllAlarm==Start=== !\n");
+    EXPECT_EQ(texts[1], "======StopAllAlarm==End=== !\n");
+    EXPECT_TRUE(h.sentWithId(3215).empty());
+}
+
+}  // namespace
