@@ -1,0 +1,91 @@
+// One client's connection to the broker, behind the Q7X_MSG* functions.
+//
+// Threads: Wait runs callbacks on the thread that calls it and may be called
+// again from inside a callback. Register, Unregister, Send and Respond may be
+// called from any thread, also while another thread waits. One mutex guards
+// the connection, the callback table and the inbox; callbacks run without it.
+//
+// No thread of its own: reconnection to a broker that went away happens inside
+// Wait and Send, at most once per kRetryInterval.
+#ifndef Q7X_BUS_CLIENT_H
+#define Q7X_BUS_CLIENT_H
+
+#include <stdint.h>
+#include <sys/uio.h>
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "Common.h"
+
+namespace q7x {
+
+class CBusClient {
+public:
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::chrono::milliseconds kRetryInterval{150};
+
+    // path is used as given (callers apply ResolveBusPath). Tries to connect
+    // at once; a missing broker only delays delivery.
+    CBusClient(int appId, std::string path);
+    ~CBusClient();
+    CBusClient(const CBusClient&) = delete;
+    CBusClient& operator=(const CBusClient&) = delete;
+
+    // Takes ownership of cb in every case: on failure it is deleted at once.
+    // Registering an id again replaces its callback.
+    int Register(uint32_t id, Common::CMsgCallback* cb);
+    // The callback is deleted once no wait is still running it.
+    int Unregister(uint32_t id);
+    int Wait(int timeoutMs);
+    int Send(uint32_t id, bool request, const void* payload, int len);
+    int Respond(const void* requestHead, const void* payload, int len);
+
+    // Messages this client could not hand to the broker.
+    uint64_t Dropped() const { return m_dropped.load(std::memory_order_relaxed); }
+
+private:
+    struct Entry {
+        std::unique_ptr<Common::CMsgCallback> cb;
+        std::atomic<bool> live{true};
+    };
+    using Frame = std::vector<unsigned char>;  // SMessageHead + payload
+
+    int SendMessage(uint32_t op, uint32_t peer, uint32_t session, uint32_t idWord,
+                    const void* payload, size_t len);
+    int SendFrameLocked(const struct iovec* iov, int iovcnt);
+    void SendIdsLocked(uint32_t op, const std::vector<uint32_t>& ids);
+    void ReconnectLocked(bool force);
+    void DisconnectedLocked(const char* why);
+    void DrainLocked();
+    int DispatchInbox();
+
+    const int m_appId;
+    const std::string m_path;
+    // The descriptor number stays the same for the client's whole life; a
+    // reconnect puts the new socket on it with dup3. A wait polling it from
+    // another thread therefore never ends up on somebody else's file.
+    int m_fd = -1;
+
+    std::mutex m_mu;
+    bool m_connected = false;
+    bool m_reportedLoss = false;
+    Clock::time_point m_nextAttempt{};
+    std::map<uint32_t, std::shared_ptr<Entry>> m_callbacks;
+    std::deque<Frame> m_inbox;
+    std::vector<unsigned char> m_rx;
+    uint64_t m_malformed = 0;
+
+    std::atomic<uint32_t> m_session{0};
+    std::atomic<uint64_t> m_dropped{0};
+};
+
+}  // namespace q7x
+
+#endif  // Q7X_BUS_CLIENT_H
