@@ -1,0 +1,53 @@
+// J1939 signal tables as a person writes them, and the 6048-byte table
+// message the service takes (messages 476 and 33243).
+//
+// The text form is CSV: a header line whose first columns are
+// name,pgn,startbyte,startbit,length,resolution,offset, in that order; any
+// further columns (unit, notes) are ignored. Blank lines and lines starting
+// with '#' are skipped. Data row n (counted from 0) becomes table row n and so
+// feeds the service's event J1939n. Fields may be quoted with "...", with ""
+// for a quote inside.
+#ifndef ZELJ1939_SIGNALTABLE_H
+#define ZELJ1939_SIGNALTABLE_H
+
+#include <stdint.h>
+
+#include <istream>
+#include <string>
+#include <vector>
+
+namespace zelj1939 {
+
+struct SignalRow {
+    std::string name;
+    uint32_t pgn;        // 1..65535: the service matches bits 8..23 of the identifier
+    uint32_t startbyte;  // 0..7
+    uint32_t startbit;   // 0..7, within the start byte
+    int32_t length;      // 1..64 bits, ending inside the 8 data bytes
+    double resolution;
+    double offset;
+    std::string unit;    // the eighth column when there is one, else empty
+    int line;            // line of the file it came from
+};
+
+// Rows the table can hold.
+const size_t kMaxSignals = 64;
+// Size of the table message's payload.
+const size_t kTablePayloadSize = 6048;
+// Written into each row's source field: frames are not matched on it.
+const uint32_t kAnySource = 0xff;
+
+// Reads a whole table. On failure returns false, leaves `rows` as far as it
+// got, and sets `error` to one line of the form "line N: what is wrong".
+bool parseSignalTable(std::istream& in, std::vector<SignalRow>& rows, std::string& error);
+
+// The table payload: row n of `rows` at table row n with id n; rows behind
+// the last are zero, that is empty. At most kMaxSignals rows are written.
+std::vector<uint8_t> buildTablePayload(const std::vector<SignalRow>& rows);
+
+// One CSV line split into fields. False on an unterminated quote.
+bool splitCsvLine(const std::string& line, std::vector<std::string>& fields);
+
+}  // namespace zelj1939
+
+#endif  // ZELJ1939_SIGNALTABLE_H
