@@ -26,6 +26,7 @@
 
 #include "AlertZelTypes.h"
 #include "Common.h"
+#include "J1939Index.h"
 
 #define ZEL_EXPORT __attribute__((visibility("default")))
 
@@ -232,6 +233,9 @@ public:
     std::deque<HeldMessage> m_HeldMessages;
 
 private:
+    // m_J1939Param worked out for the frame decoder; rebuilt with each table.
+    zel::J1939Index m_J1939Index;
+
     CAlertZelManage();
     CAlertZelManage(const CAlertZelManage&);
     CAlertZelManage& operator=(const CAlertZelManage&);
