@@ -30,10 +30,13 @@
 
 #define ZEL_EXPORT __attribute__((visibility("default")))
 
-extern "C" ZEL_EXPORT CServiceBase* Create();
+// The entry and the three tables keep plain, undecorated symbol names.
+extern "C" {
+ZEL_EXPORT CServiceBase* Create();
 extern ZEL_EXPORT std::string AddMark[4];
 extern ZEL_EXPORT std::string Mark[4];
 extern ZEL_EXPORT std::string EVENT_NAME[103];
+}
 
 const int kEventCount = 103;
 
