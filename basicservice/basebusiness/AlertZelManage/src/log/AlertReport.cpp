@@ -17,6 +17,7 @@
 
 #include "AlertZelManage.h"
 #include "ByteOrder.h"
+#include "LogFrame.h"
 #include "MessageIds.h"
 
 namespace {
@@ -67,4 +68,34 @@ bool CAlertZelManage::sendAlertList() {
     return true;
 }
 
-void CAlertZelManage::OnGetZelAlertState(const char* msg, int len) {}
+// The running alerts as the log knows them: one record per entry of
+// m_LogFrameMap, ascending by id, with the frame's start and bEnded 0. The
+// request's payload is not read.
+void CAlertZelManage::OnGetZelAlertState(const char* msg, int len) {
+    ZEL_LOG(3, "=======OnGetZelAlertState======!\n");
+    if (msg == NULL || len < 16) {
+        ZEL_LOG(3, "OnGetZelAlertState length error \n");
+        return;
+    }
+    size_t count = m_LogFrameMap.size();
+    size_t size = kListHeadSize + kRecordSize * count;
+    uint8_t* payload = static_cast<uint8_t*>(malloc(size));
+    if (payload == NULL) {
+        ZEL_LOG(3, "msgZelAlertData malloc fail !\n");
+        return;
+    }
+    zel::putLe32(payload, 0, static_cast<uint32_t>(count));
+    zel::putLe32(payload, 4, static_cast<uint32_t>(kRecordSize * count));
+    uint8_t* out = payload + kListHeadSize;
+    for (const auto& entry : m_LogFrameMap) {
+        tag_ZELAlert rec;
+        rec.alertID = zel::getLe32(entry.second.frame, zel::kFrameAlertId);
+        rec.EventMark = 0;
+        memcpy(rec.alertTime, entry.second.frame + zel::kFrameAlarmStart, sizeof rec.alertTime);
+        rec.bEnded = 0;
+        encodeRecord(out, rec);
+        out += kRecordSize;
+    }
+    Common::Q7X_MSGResponseMessage(m_pMsgManage, msg, payload, static_cast<int>(size));
+    free(payload);
+}
