@@ -16,8 +16,12 @@ struct ThreadState {
     std::atomic<bool> stop{false};
 };
 
+// The state of the CThread whose loop runs on this thread, if any.
+thread_local ThreadState* t_running = nullptr;
+
 void* RunThread(void* arg) {
     ThreadState* st = static_cast<ThreadState*>(arg);
+    t_running = st;
     st->owner->PreBeginThread();
     while (!st->stop.load(std::memory_order_acquire)) st->owner->ThreadFuncImpl();
     st->owner->PostExitThread();
@@ -64,8 +68,8 @@ int CThread::Start(int flags) {
 int CThread::Stop() {
     ThreadState* st = static_cast<ThreadState*>(m_impl);
     st->stop.store(true, std::memory_order_release);
+    if (t_running == st) return -1;
     if (!st->started) return 0;
-    if (pthread_equal(pthread_self(), st->tid)) return -1;
     pthread_join(st->tid, nullptr);
     st->started = false;
     return 0;
