@@ -107,18 +107,30 @@ int Q7X_MSGWaitForEvent(void* client, int timeoutMs) {
         return 0;
     }
     if (earliest > s.nowUs) s.nowUs = earliest;
-    // Dispatch what is due now; what the handlers cause waits for the next call.
-    std::deque<harness::Queued> due;
-    for (auto it = s.queue.begin(); it != s.queue.end();) {
-        if (it->dueUs <= s.nowUs) {
-            due.push_back(*it);
-            it = s.queue.erase(it);
-        } else {
-            ++it;
-        }
+    // What is due now is this wait's inbox. It is taken one message at a time,
+    // earliest due first, then in queue order, so that a wait inside a handler
+    // carries on with the messages behind the current one, as on the bus.
+    // What the handlers cause waits for the next call.
+    auto sessionOf = [](const harness::Queued& q) {
+        return static_cast<uint32_t>(q.bytes[4] | (q.bytes[5] << 8) | (q.bytes[6] << 16) |
+                                     (static_cast<uint32_t>(q.bytes[7]) << 24));
+    };
+    std::map<uint32_t, bool> inbox;
+    for (const harness::Queued& q : s.queue)
+        if (q.dueUs <= s.nowUs) inbox[sessionOf(q)] = true;
+    int dispatched = 0;
+    for (;;) {
+        auto next = s.queue.end();
+        for (auto it = s.queue.begin(); it != s.queue.end(); ++it)
+            if (inbox.count(sessionOf(*it)) && (next == s.queue.end() || it->dueUs < next->dueUs))
+                next = it;
+        if (next == s.queue.end()) break;
+        harness::Queued q = *next;
+        s.queue.erase(next);
+        harness::dispatch(q);
+        ++dispatched;
     }
-    for (const harness::Queued& q : due) harness::dispatch(q);
-    return static_cast<int>(due.size());
+    return dispatched;
 }
 
 int Q7X_MSGSendMessage(void* client, int dest, unsigned int msgId, int flag,
