@@ -71,14 +71,23 @@ void* Q7X_Bind(T* obj, void (T::*fn)(const char*, int)) {
 
 // appId is informative; path is the broker's socket (Q7X_BUS_PATH, when set,
 // replaces it). Never returns null; a client whose broker is absent keeps
-// trying to reach it.
+// trying to reach it. A client lives as long as the process.
 void* Q7X_MSGCreateMessageClient(int appId, const char* path, int flags);
+// msgId is 0..0xffff; answers to request N arrive under N | 0x8000. Returns 0,
+// or -1 (the callback is then deleted). Registering an id again replaces its
+// callback.
 int Q7X_MSGEventRegister(void* client, unsigned int msgId, void* callback);
+// A call of that callback already running on another thread completes; the
+// callback is deleted after it. Returns -1 for an id not registered.
 int Q7X_MSGEventUnRegister(void* client, unsigned int msgId);
 // Dispatches every message already waiting; returns the number dispatched as
-// soon as it is at least one, or 0 after timeoutMs with none.
+// soon as it is at least one, or 0 after timeoutMs with none (a negative
+// timeout waits for good).
 int Q7X_MSGWaitForEvent(void* client, int timeoutMs);
-// Does not wait for a reply; the payload may be reused on return.
+// Does not wait for a reply; the payload may be reused on return. Returns 0
+// once the message is with the broker, -1 when it was refused (on the PC bus
+// a payload above 128 KiB, with one diagnostic line) or dropped because no
+// broker is reachable.
 int Q7X_MSGSendMessage(void* client, int dest, unsigned int msgId, int flag,
                        const void* payload, int len, int reserved);
 // Answers the request whose message starts with requestHead.
@@ -87,18 +96,23 @@ int Q7X_MSGResponseMessage(void* client, const void* requestHead,
 
 // Current local date-time of the device (shifted by Q7X_TIME_OFFSET_S).
 int Q7X_TMGetShareTime(_datetime_* now);
-// Also gives a byte that changes when the clock's daylight-saving state does.
+// Also gives a byte that changes when the clock's daylight-saving state does
+// (on the PC: tm_isdst of that local time, 0 or 1).
 int Q7X_TMGetShareTime(_datetime_* now, unsigned char& timeFlag);
+// UTC seconds of a local date-time; -1, leaving *utc alone, when a field is
+// out of range (31 April, hour 24, ...).
 int Q7X_TMDateTimeToUtcTime(const _datetime_* dt, long* utc);
 
 // One line per call on standard error: level, file, function, line, then the
 // formatted text verbatim. Levels above Q7X_DEBUG_LEVEL (default 3) are hidden.
+// Safe from any thread: each line leaves in one write.
 void gclDebugPrintf(int level, const char* file, const char* func, int line,
                     const char* fmt, ...) __attribute__((format(printf, 5, 6)));
 
 // Thread base: after Start, its own thread calls ThreadFuncImpl over and over;
 // when Stop returns, that thread has ended. Start and Stop are called from one
-// thread, and Stop before the derived object is destroyed.
+// thread, and Stop before the derived object is destroyed. Stop is harmless
+// when the thread never started or has stopped already.
 class CThread {
 public:
     CThread();

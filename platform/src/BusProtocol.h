@@ -5,31 +5,35 @@
 // prefix of its own. Every field is a little-endian u32 at a fixed offset;
 // read and write them through Load32/Store32, never through a struct cast.
 //
-// Every frame starts with its op word:
+// Every frame starts with its op word (offset 0). Sizes in bytes:
 //
-//   op          dir   size    offset  field
-//   ----------  ----  ------  ------  ---------------------------------------
-//   HELLO   1   c->b  8       4       app id (informative: names the client
-//                                     in the broker's log lines)
-//   REGISTER 2  c->b  4+4n    4..     n message ids (0..0xffff) to subscribe;
-//                                     already subscribed ids are ignored
-//   UNREG   3   c->b  4+4n    4..     n message ids to unsubscribe
-//   SEND    4   c->b  20+len  4       0 (the broker fills in the sender)
-//                                8       session number chosen by the sender
-//                                12      id word: bits 0..15 message id,
+//   op  name        from    size     then, at offset
+//   --  ----------  ------  -------  ------------------------------------------
+//   1   HELLO       client  8        4: app id (names the client in the
+//                                       broker's log lines)
+//   2   REGISTER    client  4 + 4n   4, 8, ...: n message ids (0..0xffff) to
+//                                       subscribe; ids already held are ignored
+//   3   UNREGISTER  client  4 + 4n   4, 8, ...: n message ids to drop
+//   4   SEND        client  20 + len 4: 0 (the broker fills in the sender)
+//                                    8: session number chosen by the sender
+//                                    12: id word: bits 0..15 message id,
 //                                        bit 16 send flag (1 on requests)
-//                                16      payload length len (bits 0..22)
-//                                20      payload
-//   RESPONSE 5  c->b  20+len  as SEND, but offset 4 holds the client id of
-//                             the requester (the source id of the request)
-//   DELIVER 6   b->c  20+len  as SEND, but offset 4 holds the client id of
-//                             the sender. Bytes 4.. are exactly the
-//                             SMessageHead and payload handed to callbacks.
+//                                    16: payload length len (bits 0..22)
+//                                    20: payload, len bytes
+//   5   RESPONSE    client  20 + len as SEND, but 4: client id of the requester
+//                                    (the source id in the request's head),
+//                                    8: the request's session, 12: the
+//                                    request's id | 0x8000, send flag clear
+//   6   DELIVER     broker  20 + len as SEND, but 4: client id of the sender.
+//                                    Bytes 4.. are exactly the SMessageHead and
+//                                    payload that callbacks receive.
 //
 // Routing: the broker turns SEND into DELIVER for every other client
 // subscribed to its id (never back to the sender), and RESPONSE into DELIVER
 // for the named requester alone, subscribed or not. Client ids are assigned
 // by the broker on accept, starting at 1, and never reused while it runs.
+// Sessions count up from 1 per client. A record of zero bytes never occurs:
+// on SEQPACKET it reads as end of stream.
 //
 // A frame that breaks these rules (too short, unknown op, length word not
 // matching the record, id above 0xffff) is dropped and counted by the side

@@ -217,25 +217,5 @@ TEST_F(BusRouting, UnregisterWhileItsCallbackRunsDefersTheDelete) {
     EXPECT_FALSE(gate.entered);
 }
 
-TEST_F(BusRouting, RegisterFromAnotherThreadWhileAWaitBlocks) {
-    void* a = NewClient(1);
-    void* sender = NewClient(2);
-    Recorder ra;
-    std::atomic<bool> done{false};
-    std::thread worker([&] {
-        WaitUntil(a, [&] { return !ra.got.empty(); }, 5000);
-        done = true;
-    });
-    Subscribe(a, ra, 0x62);  // the worker is (or soon will be) inside a wait
-    const auto deadline = Clock::now() + std::chrono::seconds(5);
-    while (!done && Clock::now() < deadline) {
-        Send(sender, 0x62, "hi");
-        std::this_thread::sleep_for(milliseconds(10));
-    }
-    worker.join();
-    ASSERT_FALSE(ra.got.empty());
-    EXPECT_EQ(ra.got[0].payload, "hi");
-}
-
 }  // namespace
 }  // namespace q7xtest
