@@ -1,0 +1,140 @@
+// zel-storage: the device's storage plug-in, on a PC. Keeps the alert logs
+// as files in DIR (format: AlertLogFile.h), one per log type and day of its
+// own clock (Q7X_TIME_OFFSET_S shifts it), and serves the service's write
+// (6661, answered on 39429), modify (6668) and size (6671, answered on 39439)
+// requests. Announces itself with 2086 at start and every few seconds, so a
+// service that starts later still finds it.
+//
+// A write is answered only once its frame is flushed to disk: a frame that
+// was acknowledged survives a kill of this process.
+//
+// Usage: zel-storage DIR   (stops on SIGINT or SIGTERM)
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "AlertLogStore.h"
+#include "Common.h"
+#include "MessageIds.h"
+#include "PeerUtil.h"
+#include "StorageRequests.h"
+
+namespace {
+
+const double kAnnounceEveryS = 3.0;
+const int kWaitMs = 200;
+const int kAppId = 2086;
+
+volatile sig_atomic_t g_running = 1;
+void onSignal(int) { g_running = 0; }
+
+Common::_datetime_ deviceNow() {
+    Common::_datetime_ now;
+    Common::Q7X_TMGetShareTime(&now);
+    return now;
+}
+
+void printUsage(FILE* out) {
+    fprintf(out,
+            "usage: zel-storage DIR\n"
+            "  Keeps the alert logs in DIR (made if missing), one file per log type and\n"
+            "  day of this program's clock, and serves the log requests on the bus.\n"
+            "  Q7X_BUS_PATH selects the bus, Q7X_TIME_OFFSET_S shifts the clock.\n"
+            "  Stops on SIGINT or SIGTERM. Decode a log with zel-logdump FILE.\n"
+            "example: zel-storage /tmp/zel-logs\n");
+}
+
+class StoragePeer {
+public:
+    StoragePeer(void* client, const std::string& dir)
+        : m_client(client),
+          m_store(dir, deviceNow,
+                  [](const std::string& text) { peer::say("storage", "%s", text.c_str()); }),
+          m_requests(
+              m_store,
+              [](const std::string& text) {
+                  fprintf(stderr, "zel-storage: %s\n", text.c_str());
+                  fflush(stderr);
+              },
+              [](const std::string& text) { peer::say("storage", "%s", text.c_str()); }) {}
+
+    void OnWrite(const char* msg, int len) {
+        std::vector<uint8_t> reply;
+        if (m_requests.onWrite(msg, len, reply)) respond(msg, reply);
+    }
+    void OnModify(const char* msg, int len) { m_requests.onModify(msg, len); }
+    void OnSize(const char* msg, int len) {
+        std::vector<uint8_t> reply;
+        if (m_requests.onSize(msg, len, reply)) respond(msg, reply);
+    }
+
+    void announce() {
+        uint8_t payload[8] = {};
+        uint32_t pid = static_cast<uint32_t>(getpid());
+        memcpy(payload, &pid, sizeof pid);
+        Common::Q7X_MSGSendMessage(m_client, 0, zel::kMsgStorageAnnounce, 0, payload,
+                                   sizeof payload, 0);
+    }
+
+private:
+    void respond(const char* request, const std::vector<uint8_t>& reply) {
+        Common::Q7X_MSGResponseMessage(m_client, request, reply.data(),
+                                       static_cast<int>(reply.size()));
+    }
+
+    void* m_client;
+    zelstore::AlertLogStore m_store;
+    zelstore::StorageRequests m_requests;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2 || argv[1][0] == '-') {
+        bool asked = argc == 2 && (!strcmp(argv[1], "-h") || !strcmp(argv[1], "--help"));
+        printUsage(asked ? stdout : stderr);
+        return asked ? 0 : 2;
+    }
+    const std::string dir = argv[1];
+    if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) {
+        fprintf(stderr, "zel-storage: cannot make %s: %s\n", dir.c_str(), strerror(errno));
+        return 1;
+    }
+    struct stat st;
+    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        fprintf(stderr, "zel-storage: %s is not a directory\n", dir.c_str());
+        return 1;
+    }
+    signal(SIGINT, onSignal);
+    signal(SIGTERM, onSignal);
+    signal(SIGPIPE, SIG_IGN);
+
+    void* client = Common::Q7X_MSGCreateMessageClient(kAppId, "/tmp/unix.domain", 0);
+    StoragePeer storage(client, dir);
+    Common::Q7X_MSGEventRegister(client, zel::kMsgLogWrite,
+                                 Common::Q7X_Bind(&storage, &StoragePeer::OnWrite));
+    Common::Q7X_MSGEventRegister(client, zel::kMsgLogModify,
+                                 Common::Q7X_Bind(&storage, &StoragePeer::OnModify));
+    Common::Q7X_MSGEventRegister(client, zel::kMsgLogSize,
+                                 Common::Q7X_Bind(&storage, &StoragePeer::OnSize));
+    peer::say("storage", "keeping alert logs in %s", dir.c_str());
+
+    double nextAnnounce = 0;
+    while (g_running) {
+        double now = peer::monotonicSeconds();
+        if (now >= nextAnnounce) {
+            storage.announce();
+            nextAnnounce = now + kAnnounceEveryS;
+        }
+        Common::Q7X_MSGWaitForEvent(client, kWaitMs);
+    }
+    for (unsigned int id : {zel::kMsgLogWrite, zel::kMsgLogModify, zel::kMsgLogSize})
+        Common::Q7X_MSGEventUnRegister(client, id);
+    peer::say("storage", "stopped");
+    return 0;
+}
