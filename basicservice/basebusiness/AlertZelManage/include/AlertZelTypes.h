@@ -6,7 +6,7 @@
 #include <stdint.h>
 #include <string.h>
 
-#include <list>
+#include <vector>
 
 #include "Common.h"
 
@@ -35,7 +35,7 @@ struct ZelAlertPara_t {
     Common::_datetime_ endTime;      // daily window end (all zero: none)
     uint32_t atLeast;                // seconds the condition must hold
     unsigned long long EventMark;    // always 0; reported in alert records
-    std::list<sInputTrigger> triggers;
+    std::vector<sInputTrigger> triggers;  // in ascending Event order, contiguous
 };
 
 // One alert transition as reported on the bus (32 bytes on the wire, see

@@ -121,7 +121,7 @@ CAlertZelManage::CAlertZelManage()
       m_bWritePending(0), m_WriteResult(0), m_bSizePending(0), m_LogSize(0),
       write_frame(NULL), modify_frame(NULL),
       m_bStorageReady(0), m_bParaReady(0), m_LastParaRequest(0), m_LastTickTime(0),
-      m_bTickDue(0), m_LastResult(), m_bDiskTempOk(0), m_TimeFlag(0), m_LastDate(),
+      m_bTickDue(0), m_LastResult(), m_PassUsable(), m_PassValue(), m_bDiskTempOk(0), m_TimeFlag(0), m_LastDate(),
       m_bFirstCycle(1), m_BusyDepth(0), m_bApplyingHeld(0) {
     m_pMsgManage = Common::Q7X_MSGCreateMessageClient(30, "/tmp/unix.domain", 0);
     ZEL_LOG(3, "m_pMsgManage = %p\n", m_pMsgManage);

@@ -45,7 +45,9 @@ void CAlertZelManage::CheckAlarm() {
     Common::Q7X_TMDateTimeToUtcTime(&now, &utc);
 
     // Nothing in this walk waits on the bus, so all triggers see one state of
-    // the signal cache.
+    // the signal cache: its usable values are read once per pass.
+    snapshotEvents();
+    bool anyEdge = false;
     for (ZelAlertPara_t& para : m_ParaList) {
         bool holds = true;
         if (!checkIsInArea(para.alertID)) {
@@ -54,17 +56,9 @@ void CAlertZelManage::CheckAlarm() {
         } else if (!checkTime(para.startTime, para.endTime)) {
             ZEL_LOG(3, "alertID[%d]: checkTime fail !\n", static_cast<int>(para.alertID));
             holds = false;
-        } else {
-            for (sInputTrigger& trigger : para.triggers) {
-                bool result = false;
-                upDateTrigger(trigger, para.atLeast, para.EventMark, result);
-                if (!result) {
-                    ZEL_LOG(3, "alertID[%d]: EventMark == 0x00 !\n",
-                            static_cast<int>(para.alertID));
-                    holds = false;
-                    break;
-                }
-            }
+        } else if (!triggersHold(para)) {
+            ZEL_LOG(3, "alertID[%d]: EventMark == 0x00 !\n", static_cast<int>(para.alertID));
+            holds = false;
         }
 
         if (!holds) {
@@ -72,6 +66,7 @@ void CAlertZelManage::CheckAlarm() {
             para.conditionTime = utc;
             para.bState = 0;
             para.alarmEnd = now;
+            anyEdge |= para.bLastState != 0;
             continue;
         }
         if (para.bConditionMet == 0) {
@@ -88,7 +83,10 @@ void CAlertZelManage::CheckAlarm() {
                     static_cast<int>(utc));
             para.bState = 1;
         }
+        anyEdge |= para.bState != para.bLastState;
     }
+    // Without an edge or a tick the second walk would change nothing.
+    if (!anyEdge && !m_bTickDue) return;
 
     // The storage dialogue below waits on the bus; rule changes that arrive
     // meanwhile are held until this scope ends.

@@ -57,22 +57,42 @@ void CAlertZelManage::upDateTrigger(sInputTrigger& trigger, unsigned int& atLeas
         checkAlprValue(trigger, atLeast, EventMark, result);
 }
 
+double CAlertZelManage::familyValue(uint32_t event) const {
+    if (event <= kEventIn8) return m_IoState[event - kEventIn1] ? 1.0 : 0.0;
+    if (event <= kEventAccelZ) return m_Accel[event - kEventAccelX];
+    if (event == kEventGps) return static_cast<double>(m_GpsInfo[kGpsStateOffset]);
+    if (event == kEventIgnition) return m_Ignition;
+    if (event <= kEventSysVolt) {
+        const double* values[] = {&m_Speed, &m_HdTemp, &m_SysTemp, &m_SysVolt};
+        return *values[event - kEventSpeed];
+    }
+    if (event <= kEventMotion16) return m_MdState[event - kEventMotion1] ? 1.0 : 0.0;
+    return m_AlprValue[event - kEventAlprFirst];
+}
+
+bool CAlertZelManage::panicValue(double& value) const {
+    uint8_t keyState = m_PanicKey[0];
+    if (keyState == 0x30 || keyState == 0x31) {
+        value = 1.0;
+        return true;
+    }
+    if (keyState == 0x32) {
+        value = 0.0;
+        return true;
+    }
+    return false;
+}
+
 void CAlertZelManage::checkAlertIO(sInputTrigger& trigger, unsigned int& atLeast,
                                    unsigned long long& EventMark, bool& result) {
-    double value = m_IoState[trigger.Event - kEventIn1] ? 1.0 : 0.0;
-    upDateEvent(trigger, atLeast, EventMark, value, result);
+    upDateEvent(trigger, atLeast, EventMark, familyValue(trigger.Event), result);
 }
 
 void CAlertZelManage::checkAlertPanicKey(sInputTrigger& trigger, unsigned int& atLeast,
                                          unsigned long long& EventMark, bool& result) {
-    uint8_t keyState = m_PanicKey[0];
     double value;
-    if (keyState == 0x30 || keyState == 0x31) {
-        value = 1.0;
-    } else if (keyState == 0x32) {
-        value = 0.0;
-    } else {
-        ZEL_LOG(3, "value[%d] is error !", keyState);
+    if (!panicValue(value)) {
+        ZEL_LOG(3, "value[%d] is error !", m_PanicKey[0]);
         return;
     }
     upDateEvent(trigger, atLeast, EventMark, value, result);
@@ -80,36 +100,32 @@ void CAlertZelManage::checkAlertPanicKey(sInputTrigger& trigger, unsigned int& a
 
 void CAlertZelManage::checkAlertACC(sInputTrigger& trigger, unsigned int& atLeast,
                                     unsigned long long& EventMark, bool& result) {
-    upDateEvent(trigger, atLeast, EventMark, m_Accel[trigger.Event - kEventAccelX], result);
+    upDateEvent(trigger, atLeast, EventMark, familyValue(trigger.Event), result);
 }
 
 void CAlertZelManage::checkAlertGPS(sInputTrigger& trigger, unsigned int& atLeast,
                                     unsigned long long& EventMark, bool& result) {
-    double value = static_cast<double>(m_GpsInfo[kGpsStateOffset]);
-    upDateEvent(trigger, atLeast, EventMark, value, result);
+    upDateEvent(trigger, atLeast, EventMark, familyValue(trigger.Event), result);
 }
 
 void CAlertZelManage::checkAlertIgnition(sInputTrigger& trigger, unsigned int& atLeast,
                                          unsigned long long& EventMark, bool& result) {
-    upDateEvent(trigger, atLeast, EventMark, m_Ignition, result);
+    upDateEvent(trigger, atLeast, EventMark, familyValue(trigger.Event), result);
 }
 
 void CAlertZelManage::checkAlertVehicleInfo(sInputTrigger& trigger, unsigned int& atLeast,
                                             unsigned long long& EventMark, bool& result) {
-    const double* values[] = {&m_Speed, &m_HdTemp, &m_SysTemp, &m_SysVolt};
-    upDateEvent(trigger, atLeast, EventMark, *values[trigger.Event - kEventSpeed], result);
+    upDateEvent(trigger, atLeast, EventMark, familyValue(trigger.Event), result);
 }
 
 void CAlertZelManage::checkAlertMDVideo(sInputTrigger& trigger, unsigned int& atLeast,
                                         unsigned long long& EventMark, bool& result) {
-    double value = m_MdState[trigger.Event - kEventMotion1] ? 1.0 : 0.0;
-    upDateEvent(trigger, atLeast, EventMark, value, result);
+    upDateEvent(trigger, atLeast, EventMark, familyValue(trigger.Event), result);
 }
 
 void CAlertZelManage::checkAlprValue(sInputTrigger& trigger, unsigned int& atLeast,
                                      unsigned long long& EventMark, bool& result) {
-    upDateEvent(trigger, atLeast, EventMark, m_AlprValue[trigger.Event - kEventAlprFirst],
-                result);
+    upDateEvent(trigger, atLeast, EventMark, familyValue(trigger.Event), result);
 }
 
 void CAlertZelManage::checkJ1939Value(sInputTrigger& trigger, unsigned int& atLeast,
@@ -122,16 +138,53 @@ void CAlertZelManage::checkJ1939Value(sInputTrigger& trigger, unsigned int& atLe
     upDateEvent(trigger, atLeast, EventMark, value, result);
 }
 
+void CAlertZelManage::snapshotEvents() {
+    for (uint32_t event = 0; event < kEventCount; ++event) {
+        bool usable = isEventValid(event);
+        double value = 0.0;
+        if (!usable)
+            ;
+        else if (event == kEventPanic)
+            usable = panicValue(value);
+        else if (event >= kEventJ1939First && event <= kEventJ1939Last)
+            usable = m_J1939Value.find(event - kEventJ1939First, value);
+        else
+            value = familyValue(event);
+        m_PassUsable[event] = usable;
+        m_PassValue[event] = value;
+    }
+}
+
+bool CAlertZelManage::triggersHold(ZelAlertPara_t& para) {
+    for (sInputTrigger& trigger : para.triggers) {
+        bool result = false;
+        uint32_t event = trigger.Event;
+        // Events with a plain value take the short way; every other case
+        // (no value, an unknown panic code, a J1939 row without a value, an
+        // event beyond the catalogue) goes through upDateTrigger and its
+        // diagnostics. The cache does not change during the walk, so both
+        // ways give the same result.
+        if (event < static_cast<uint32_t>(kEventCount) && m_PassUsable[event])
+            upDateEvent(trigger, para.atLeast, para.EventMark, m_PassValue[event], result);
+        else
+            upDateTrigger(trigger, para.atLeast, para.EventMark, result);
+        if (!result) return false;
+    }
+    return true;
+}
+
 void CAlertZelManage::upDateEvent(sInputTrigger& trigger, unsigned int& atLeast,
                                   unsigned long long& EventMark, double value, bool& result) {
     result = checkValue(value, trigger.Value, trigger.Type);
-    uint8_t now = result ? 1 : 0;
-    if (m_LastResult[trigger.Event] != now) {
-        m_LastResult[trigger.Event] = now;
-        ZEL_LOG(3, "checkAlert Event[%s]==value[%lf]==opt[%d]==param[%lf]==result[%d] \n",
-                EVENT_NAME[trigger.Event].c_str(), value, static_cast<int>(trigger.Type),
-                trigger.Value, static_cast<int>(now));
-    }
+    if (m_LastResult[trigger.Event] != static_cast<uint8_t>(result))
+        noteResultChange(trigger, value, result);
+}
+
+void CAlertZelManage::noteResultChange(const sInputTrigger& trigger, double value, bool result) {
+    m_LastResult[trigger.Event] = result ? 1 : 0;
+    ZEL_LOG(3, "checkAlert Event[%s]==value[%lf]==opt[%d]==param[%lf]==result[%d] \n",
+            EVENT_NAME[trigger.Event].c_str(), value, static_cast<int>(trigger.Type),
+            trigger.Value, result ? 1 : 0);
 }
 
 bool CAlertZelManage::checkValue(double value, double threshold, eTriggerType type) {
@@ -143,7 +196,11 @@ bool CAlertZelManage::checkValue(double value, double threshold, eTriggerType ty
     case EQ:
         return value == threshold;
     default:
-        ZEL_LOG(3, "checkValue invalid type =%d\n", static_cast<int>(type));
-        return false;
+        return refuseTriggerType(type);
     }
+}
+
+bool CAlertZelManage::refuseTriggerType(eTriggerType type) {
+    ZEL_LOG(3, "checkValue invalid type =%d\n", static_cast<int>(type));
+    return false;
 }
