@@ -85,6 +85,17 @@ public:
     void upDateEvent(sInputTrigger& trigger, unsigned int& atLeast,
                      unsigned long long& EventMark, double value, bool& result);
     bool checkValue(double value, double threshold, eTriggerType type);
+    // The first walk's evaluation: snapshotEvents reads every usable event
+    // value once per pass; triggersHold evaluates a rule's triggers in order
+    // up to the first false one, as upDateTrigger would.
+    void snapshotEvents();
+    bool triggersHold(ZelAlertPara_t& para);
+    double familyValue(uint32_t event) const;
+    // Out of line, so that the comparison itself stays small and inlined.
+    __attribute__((noinline, cold)) void noteResultChange(const sInputTrigger& trigger,
+                                                          double value, bool result);
+    __attribute__((noinline, cold)) bool refuseTriggerType(eTriggerType type);
+    bool panicValue(double& value) const;
 
     void StopAllAlarm();
     void StopOneAlarm(unsigned int alertID);
@@ -224,6 +235,8 @@ public:
     int32_t m_LastTickTime;
     uint8_t m_bTickDue;
     uint8_t m_LastResult[kEventCount];
+    uint8_t m_PassUsable[kEventCount];  // per pass: event has a plain value
+    double m_PassValue[kEventCount];    // per pass: that value
     uint8_t m_bDiskTempOk;
     unsigned char m_TimeFlag;
     Common::_datetime_ m_LastDate;
