@@ -41,7 +41,7 @@ TEST_P(EventMember, GivesAtMostOneTrigger) {
     const EventCase& c = GetParam();
     reply(wholeSet(std::string("{\"ID\":1,\"ATLEAST\":0,\"SPEED\":") + c.member + "}"));
     ASSERT_EQ(rules().size(), 1u);
-    const std::list<sInputTrigger>& triggers = rules().front().triggers;
+    const auto& triggers = rules().front().triggers;
     EXPECT_EQ(h.hasLine("EventName[14] not GT LT EQ \n"), c.complaint);
     ASSERT_EQ(triggers.size(), c.trigger ? 1u : 0u);
     if (!c.trigger) return;
