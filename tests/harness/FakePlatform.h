@@ -32,6 +32,10 @@ struct FakeState {
     bool verbose = false;
     Common::CThread* thread = nullptr;
     bool threadStarted = false;
+
+    ~FakeState() {
+        for (auto& entry : callbacks) delete entry.second;
+    }
 };
 
 FakeState& state();
