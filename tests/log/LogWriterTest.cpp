@@ -111,6 +111,18 @@ TEST_F(LogWriter, SilentStorageEndsEachWaitAfterAboutSixSeconds) {
     EXPECT_FALSE(hasEntry(8));
 }
 
+TEST_F(LogWriter, ClockSetBackDuringAWaitDoesNotStretchIt) {
+    storage.sizeReplyDelayUs = -1;
+    // A rule command lands one second into the wait; the area request that
+    // follows it is the moment to set time() back by an hour.
+    h.onSend(6796, [&](const harness::SentMessage&) { h.stepTimeOnly(-3600); });
+    h.injectAt(h.nowUs() + 1000000, 6796, harness::textBytes("{\"SOURCE\":100,\"CMD\":4}"));
+    double took = timed([&] { svc().GetZelAlertLogSize(); });
+    EXPECT_TRUE(h.hasLine("======delete all alert===== !\n"));
+    EXPECT_GE(took, 5.5);
+    EXPECT_LE(took, 7.1);
+}
+
 TEST_F(LogWriter, WriteReplySentDuringTheSettleSleepCounts) {
     storage.writeReplyDelayUs = 20000;
     double took = timed([&] { write(7); });
