@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "AlertLogStore.h"
+#include "ByteOrder.h"
 #include "Common.h"
 #include "MessageIds.h"
 #include "PeerUtil.h"
@@ -74,9 +75,10 @@ public:
     }
 
     void announce() {
+        // u32 process id, u32 0: for a person watching the bus; the service
+        // reads no byte of it.
         uint8_t payload[8] = {};
-        uint32_t pid = static_cast<uint32_t>(getpid());
-        memcpy(payload, &pid, sizeof pid);
+        zel::putLe32(payload, 0, static_cast<uint32_t>(getpid()));
         Common::Q7X_MSGSendMessage(m_client, 0, zel::kMsgStorageAnnounce, 0, payload,
                                    sizeof payload, 0);
     }

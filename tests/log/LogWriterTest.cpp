@@ -181,6 +181,7 @@ TEST_F(LogWriter, SizeRepliesAreReadOnlyWhenWellFormedAndSuccessful) {
         {"too short", 31, sizeReply(0, 204, 31), 0, "file info failed msgerror=31\n"},
         {"head claims more than came", 32, sizeReply(0, 204, 20), 0,
          "file info failed msgerror=20\n"},
+        {"head claims a longer reply", 40, sizeReply(0, 204), 0, "file info failed msgerror=40\n"},
     };
     for (const SizeReplyRow& row : rows) {
         SCOPED_TRACE(row.name);
@@ -210,6 +211,7 @@ TEST_F(LogWriter, WriteRepliesOfAWrongLengthFailTheWriteAtOnce) {
         {8 | 0x800000u, 8, true, ""},
         {12, 12, false, "write file failed msgerror length=12, sourceid = 0x4d session = 0x"},
         {8, 2, false, "write file failed msgerror length=2, sourceid = 0x4d session = 0x"},
+        {12, 8, false, "write file failed msgerror length=12, sourceid = 0x4d session = 0x"},
         {0, 0, false, "write file failed msgerror length=0, sourceid = 0x4d session = 0x"},
     };
     h.onSend(6671, [&](const harness::SentMessage&) { h.inject(39439, sizeReply(0, 144)); });

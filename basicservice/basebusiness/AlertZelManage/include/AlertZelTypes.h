@@ -39,7 +39,7 @@ struct ZelAlertPara_t {
 };
 
 // One alert transition as reported on the bus (32 bytes on the wire, see
-// log/AlertReport.h). Reserved bytes are not kept.
+// log/AlertReport.cpp). Reserved bytes are not kept.
 struct tag_ZELAlert {
     uint32_t alertID;
     unsigned long long EventMark;

@@ -43,6 +43,13 @@ void replyWait(void* client, const uint8_t& pending) {
     }
 }
 
+// The payload length a reply handler judges: the head's, taken as true, but
+// never more than really arrived, so that a reply is not read past len.
+uint32_t checkedLength(const char* msg, int len, uint32_t expected) {
+    uint32_t claimed = zel::headPayloadLength(msg);
+    return claimed == expected ? zel::receivedPayload(msg, len) : claimed;
+}
+
 }  // namespace
 
 void CAlertZelManage::writeAlertZelLog(unsigned int alertID, unsigned long long EventMark,
@@ -123,8 +130,7 @@ void CAlertZelManage::OnReturnWriteResult(const char* msg, int len) {
         ZEL_LOG(3, "write file length error \n");
         return;
     }
-    // A head that claims more than arrived counts as the length that arrived.
-    uint32_t payload = zel::receivedPayload(msg, len);
+    uint32_t payload = checkedLength(msg, len, zel::kWriteReplySize);
     if (payload != zel::kWriteReplySize) {
         ZEL_LOG(3, "write file failed msgerror length=%d, sourceid = 0x%x session = 0x%x\n",
                 static_cast<int>(payload), zel::getLe32(msg, zel::kHeadSourceId),
@@ -142,7 +148,7 @@ void CAlertZelManage::OnReturnAlarmLogSize(const char* msg, int len) {
         ZEL_LOG(3, "file info length error \n");
         return;
     }
-    uint32_t payload = zel::receivedPayload(msg, len);
+    uint32_t payload = checkedLength(msg, len, zel::kSizeReplySize);
     if (payload != zel::kSizeReplySize) {
         ZEL_LOG(3, "file info failed msgerror=%d\n", static_cast<int>(payload));
         return;
