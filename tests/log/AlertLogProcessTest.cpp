@@ -54,9 +54,28 @@ protected:
         bus.reset(new rig::BusPeer());
         for (unsigned int id : {2086u, 3215u, 6796u, 3216u | 0x8000u}) bus->listen(id);
         logs = dir.path("logs");
-        ASSERT_TRUE(storage.start({ZEL_STORAGE_BIN, logs}, dir.path("storage")));
+    }
+
+    // Storage, then the host with the plug-in, both on the clock env sets.
+    void startPrograms(const std::vector<std::string>& env = {}) {
+        ASSERT_TRUE(storage.start({ZEL_STORAGE_BIN, logs}, dir.path("storage"), env));
         ASSERT_TRUE(bus->waitFor([&] { return !bus->with(2086).empty(); }, kTimeout));
-        ASSERT_TRUE(host.start({Q7X_HOST_BIN, ZEL_PLUGIN}, dir.path("host")));
+        ASSERT_TRUE(host.start({Q7X_HOST_BIN, ZEL_PLUGIN}, dir.path("host"), env));
+    }
+
+    // Answers the service's request for its rules with the one rule of alert 7.
+    void provideRules() {
+        bool asked = bus->waitFor(
+            [&] {
+                for (const rig::Message& m : bus->with(6796))
+                    if (std::string(m.payload.begin(), m.payload.end()).find("\"CMD\":8") !=
+                        std::string::npos)
+                        return true;
+                return false;
+            },
+            kTimeout);
+        ASSERT_TRUE(asked) << "the service never asked for its rules\n" << host.err();
+        bus->respond(bus->with(6796).front(), Bytes(kRuleSet, kRuleSet + sizeof kRuleSet - 1));
     }
 
     void TearDown() override {
@@ -65,14 +84,19 @@ protected:
         busd.stop();
     }
 
-    // The one log file's frames; fails the test when it is not whole.
-    std::vector<zelstore::FrameInfo> frames() {
+    // The frames of the log of one day (yyyymmdd, or 0 for the only log);
+    // fails the test when that file is not whole.
+    std::vector<zelstore::FrameInfo> frames(int day = 0) {
         std::vector<zelstore::FrameInfo> none;
         DIR* d = opendir(logs.c_str());
         if (!d) return none;
         std::string name;
-        while (struct dirent* e = readdir(d))
-            if (std::string(e->d_name).find(".log") != std::string::npos) name = e->d_name;
+        while (struct dirent* e = readdir(d)) {
+            std::string n = e->d_name;
+            if (n.size() > 4 && n.compare(n.size() - 4, 4, ".log") == 0 &&
+                (day == 0 || n.find(std::to_string(day)) != std::string::npos))
+                name = n;
+        }
         closedir(d);
         Bytes bytes;
         std::string why;
@@ -80,6 +104,15 @@ protected:
         zelstore::LogScan scan = zelstore::scanLog(bytes.data(), bytes.size());
         EXPECT_TRUE(scan.whole()) << scan.problem;
         return scan.frames;
+    }
+
+    // Records of alert 7 from every message 3215 so far, in order.
+    std::vector<Record> records7() {
+        std::vector<Record> out;
+        for (const rig::Message& m : bus->with(3215))
+            for (const Record& r : records(m.payload))
+                if (r.alertID == 7) out.push_back(r);
+        return out;
     }
 
     // The first record of alert 7 with this bEnded, waiting for it.
@@ -104,20 +137,8 @@ protected:
 };
 
 TEST_F(AlertLogProcess, AlertFrameIsWrittenPatchedOnTicksAndClosedOnItsFall) {
-    // The service asks for its rules once storage has announced itself.
-    bool asked = bus->waitFor(
-        [&] {
-            for (const rig::Message& m : bus->with(6796))
-                if (std::string(m.payload.begin(), m.payload.end()).find("\"CMD\":8") !=
-                    std::string::npos)
-                    return true;
-            return false;
-        },
-        kTimeout);
-    ASSERT_TRUE(asked) << "the service never asked for its rules\n" << host.err();
-    rig::Message request = bus->with(6796).front();
-    bus->respond(request, Bytes(kRuleSet, kRuleSet + sizeof kRuleSet - 1));
-
+    startPrograms();
+    provideRules();
     double t0 = rig::nowSeconds();
     bus->send(6777, speedMessage(70), false);
     Record began;
@@ -155,6 +176,41 @@ TEST_F(AlertLogProcess, AlertFrameIsWrittenPatchedOnTicksAndClosedOnItsFall) {
         kTimeout))
         << zelstore::stampText(frames().at(0).end);
     EXPECT_TRUE(host.running());
+}
+
+// Storage and service run on one clock shifted to just before midnight. At
+// midnight the service ends the alert, finds the new day's log empty, writes
+// the open frame into it again, closes it there and raises the alert anew
+// with its old start: the new day's log holds both halves.
+TEST_F(AlertLogProcess, MidnightClosesTheAlertInTheNewDaysLogAndStartsItAgain) {
+    time_t now = time(NULL);
+    struct tm tm;
+    localtime_r(&now, &tm);
+    long toMidnight = 86400 - (tm.tm_hour * 3600L + tm.tm_min * 60L + tm.tm_sec);
+    const long kLead = 10;  // seconds of the old day left at start
+    startPrograms({"Q7X_TIME_OFFSET_S=" + std::to_string(toMidnight - kLead)});
+    provideRules();
+    bus->send(6777, speedMessage(70), false);
+    ASSERT_TRUE(bus->waitFor([&] { return records7().size() >= 3; }, kLead + kTimeout))
+        << host.err();
+    std::vector<Record> r = records7();
+    EXPECT_EQ(r[0].ended, 0);
+    EXPECT_EQ(r[1].ended, 1);
+    EXPECT_EQ(r[2].ended, 0);
+    EXPECT_EQ(r[2].time, r[0].time);  // the second half keeps the old start
+    EXPECT_EQ(r[1].time[3], 0);       // ended at midnight
+    EXPECT_NE(r[1].time[2], r[0].time[2]);
+
+    int newDay = 20000000 + r[1].time[0] * 10000 + r[1].time[1] * 100 + r[1].time[2];
+    int oldDay = 20000000 + r[0].time[0] * 10000 + r[0].time[1] * 100 + r[0].time[2];
+    ASSERT_TRUE(rig::waitUntil([&] { return frames(newDay).size() == 2; }, kTimeout));
+    std::vector<zelstore::FrameInfo> after = frames(newDay);
+    EXPECT_EQ(Bytes(after[0].start, after[0].start + 6), r[0].time);
+    EXPECT_EQ(Bytes(after[0].end, after[0].end + 6), r[1].time);
+    EXPECT_EQ(Bytes(after[1].start, after[1].start + 6), r[0].time);
+    std::vector<zelstore::FrameInfo> before = frames(oldDay);
+    ASSERT_EQ(before.size(), 1u);
+    EXPECT_EQ(before[0].alertID, 7u);
 }
 
 }  // namespace
