@@ -219,9 +219,10 @@ TEST(HeldMessages, MessagesOfOneWaitApplyInArrivalOrderAroundTheFirstOnesStop) {
     // The delete's stop waits for storage; the add behind it arrived first,
     // the second delete lands inside that wait.
     const std::string del = "{\"SOURCE\":100,\"CMD\":3,\"DUMMYIDS\":[{\"ID\":1}]}";
+    bool sent = false;
     storage.inWait = [&](int64_t at) {
-        storage.inWait = nullptr;
-        h.injectAt(at, rulestest::kPlatform, harness::textBytes(del));
+        if (!sent) h.injectAt(at, rulestest::kPlatform, harness::textBytes(del));
+        sent = true;
     };
     h.inject(rulestest::kPlatform, del);
     h.inject(rulestest::kPlatform, "{\"SOURCE\":100,\"CMD\":1,\"DUMMY\":[{\"ID\":1}]}");
