@@ -1,0 +1,230 @@
+// J1939: the parameter table, the row test, and the decode of a frame's data
+// field, bit for bit.
+#include <cmath>
+
+#include <gtest/gtest.h>
+
+#include "SignalMessages.h"
+
+using harness::Bytes;
+using harness::Harness;
+using sig::J1939Row;
+
+namespace {
+
+const uint64_t kAllOnes = ~0ull;
+
+class J1939 : public ::testing::Test {
+protected:
+    void SetUp() override {
+        h.start();
+        h.clearLines();
+    }
+    CAlertZelManage& svc() { return h.service(); }
+    void table(const std::vector<J1939Row>& rows, std::vector<int> at = {}) {
+        h.deliver(476, sig::j1939Table(rows, at));
+    }
+    void frame(uint32_t id, uint64_t data) { h.deliver(1089, sig::canFrame(id, data)); }
+    bool value(uint32_t row, double& out) { return svc().m_J1939Value.find(row, out); }
+    bool has(uint32_t row) {
+        double ignored;
+        return value(row, ignored);
+    }
+    bool trigger(uint32_t event, eTriggerType type, double threshold) {
+        sInputTrigger t{event, type, threshold};
+        unsigned int atLeast = 0;
+        unsigned long long mark = 0;
+        bool result = true;
+        svc().upDateTrigger(t, atLeast, mark, result);
+        return result;
+    }
+
+    Harness h;
+};
+
+TEST_F(J1939, BitMaskSetsFirstUpToEnd) {
+    struct Row {
+        uint32_t first, end;
+        uint64_t mask;
+    } rows[] = {
+        {0, 8, 0xff},         {4, 8, 0xf0},   {0, 1, 1},           {0, 63, kAllOnes >> 1},
+        {0, 64, kAllOnes},    {0, 100, kAllOnes}, {0, 0xffffffff, kAllOnes},
+        {63, 64, 1ull << 63}, {8, 8, 0},      {9, 8, 0},           {64, 70, 0},
+        {0, 0, 0},            {60, 200, 0xfull << 60},
+    };
+    for (const Row& r : rows)
+        EXPECT_EQ(svc().get_bit_mask_set_ull(r.first, r.end), r.mask) << r.first << ".." << r.end;
+}
+
+TEST_F(J1939, DecodeCutsTheFieldAndScalesWithOneRounding) {
+    struct Row {
+        const char* what;
+        uint32_t startbyte, startbit;
+        int32_t length;
+        double resolution, offset;
+        uint64_t data;
+        double value;
+    } rows[] = {
+        {"low byte", 0, 0, 8, 1, 0, 0x1234, 52},
+        {"nibble inside byte 1", 1, 4, 4, 1, 0, 0x1234, 1},
+        {"scaled and offset", 0, 0, 16, 0.125, -40, 0x1234, 542.5},
+        {"whole field, unsigned", 0, 0, 64, 1, 0, kAllOnes, 18446744073709551616.0},
+        {"start bit past its byte", 0, 9, 3, 1, 0, 0x1234, 1},
+        {"field cut off at the top", 7, 4, 8, 1, 0, 0xF5ull << 56, 15},
+        {"top bit alone", 7, 7, 1, 1, 0, 1ull << 63, 1},
+        {"shift of exactly 64", 8, 0, 8, 2, -7, kAllOnes, -7},
+        {"shift far out does not wrap", 0x20000000, 0, 8, 1, 5, kAllOnes, 5},
+        {"length above 64 takes every bit", 0, 0, 100, 1, 0, 0x8000000000000001ull,
+         9223372036854775808.0},
+        {"negative length takes every bit", 0, 0, -1, 1, 0, 0x10, 16},
+        {"no sign extension", 0, 0, 8, 1, 0, 0xff, 255},
+        {"all-ones field decodes like any other", 1, 0, 16, 0.00390625, 0, 0xffff00, 255.99609375},
+        {"fused multiply-add", 0, 0, 8, 0.1, -0.3, 3, std::fma(3.0, 0.1, -0.3)},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.what);
+        table({{0, r.length, 65265, r.startbyte, r.startbit, r.resolution, r.offset}});
+        h.clearLines();
+        frame(0x18FEF100, r.data);
+        double v = 0;
+        ASSERT_TRUE(value(0, v));
+        EXPECT_EQ(v, r.value);
+        EXPECT_TRUE(h.hasLine(sig::fmt("J1939_0:%.8lf \n", r.value)));
+    }
+    // The last row only tests something if rounding twice differs.
+    volatile double tenth = 0.1;
+    EXPECT_NE(3 * tenth - 0.3, std::fma(3.0, 0.1, -0.3));
+}
+
+TEST_F(J1939, GroupNumberIsBits8To23OfTheIdentifier) {
+    table({{0, 8, 65265, 0, 0, 1, 0}, {1, 8, 0xEA17, 0, 0, 1, 0}});
+    struct Row {
+        uint32_t canId;
+        int row;  // -1: no row
+    } rows[] = {
+        {0x18FEF100, 0}, {0x0CFEF117, 0}, {0x19FEF100, 0}, {0x1CFEF1FE, 0},
+        {0x18FEF200, -1}, {0x18EA17F9, 1},  // destination-specific: the destination counts
+        {0x18EA00F9, -1}, {0x00FEF1, -1},
+    };
+    uint8_t n = 1;
+    for (const Row& r : rows) {
+        svc().m_J1939Value = J1939ValueMap();
+        frame(r.canId, n);
+        for (uint32_t row = 0; row < 2; ++row)
+            EXPECT_EQ(has(row), static_cast<int>(row) == r.row) << std::hex << r.canId;
+        ++n;
+    }
+}
+
+TEST_F(J1939, FirstCountingRowOfAGroupWins) {
+    // Rows 0..2 don't count; 3 and 7 share a group, 5 and 9 have their own.
+    std::vector<J1939Row> rows = {
+        {64, 8, 65265, 0, 0, 1, 0},  {1, 0, 65265, 0, 0, 1, 0},  {2, 8, 0, 0, 0, 1, 0},
+        {3, 8, 65265, 0, 0, 1, 0},   {5, 8, 100, 1, 0, 1, 0},    {7, 8, 65265, 1, 0, 1, 0},
+        {9, 16, 61444, 3, 0, 0.125, 0},
+    };
+    table(rows, {0, 1, 2, 3, 5, 7, 9});
+    frame(0x18FEF100, 0x2211);
+    frame(0x0CF00400, 0x000000401F000000ull);
+    frame(0x180064AA, 0x3300);
+    double v = 0;
+    EXPECT_TRUE(value(3, v) && v == 0x11);
+    EXPECT_TRUE(value(5, v) && v == 0x33);
+    EXPECT_TRUE(value(9, v) && v == 0x401F * 0.125);
+    EXPECT_EQ(svc().m_J1939Value.size(), 3u);
+    h.clearLines();
+    EXPECT_FALSE(trigger(34 + 7, GT, -1e9));  // valid, but row 7 never gets a value
+    EXPECT_TRUE(h.texts().empty());
+    EXPECT_TRUE(trigger(34 + 3, EQ, 17.0));
+}
+
+TEST_F(J1939, RowIndexIsTheKeyAndTheIdIsPrinted) {
+    table({{9, 8, 65262, 0, 0, 1, -40}}, {2});
+    frame(0x18FEEE00, 0x84);
+    EXPECT_TRUE(h.hasLine("J1939_9:92.00000000 \n"));
+    double v = 0;
+    EXPECT_TRUE(value(2, v));
+    EXPECT_FALSE(has(9));
+    EXPECT_TRUE(trigger(36, EQ, 92.0));  // J19392
+}
+
+TEST_F(J1939, TablePrintsItsCountingRows) {
+    std::vector<J1939Row> rows = {
+        {9, 16, 65265, 1, 0, 0.00390625, 0, 250, 0},
+        {70, 8, 65262, 0, 0, 1, -40},  // id too high: silent
+        {3, 8, 65262, 0, 2, 1, -40, 4294967295u, 255},
+    };
+    table(rows, {2, 3, 63});
+    std::vector<std::string> expected = {
+        "=======onGetJ1939param======!\n",
+        "J1939 parameter:\n",
+        "[2]:id=9,pgn=65265,source=0,startbyte=1,startbit=0,length=16,max=250,"
+        "offset=0.00000000,resolution=0.00390625\n",
+        "[63]:id=3,pgn=65262,source=255,startbyte=0,startbit=2,length=8,max=4294967295,"
+        "offset=-40.00000000,resolution=1.00000000\n",
+    };
+    EXPECT_EQ(h.texts(), expected);
+    EXPECT_EQ(Bytes(svc().m_J1939Param, svc().m_J1939Param + 6048), sig::j1939Table(rows, {2, 3, 63}));
+    // The table alone neither decodes nor validates anything.
+    EXPECT_TRUE(svc().m_J1939Value.empty());
+    EXPECT_FALSE(svc().isEventValid(34));
+}
+
+TEST_F(J1939, NewTableKeepsOldValuesUntilFramesOverwriteThem) {
+    table({{0, 8, 65262, 0, 0, 1, -40}});
+    frame(0x18FEEE00, 0x84);
+    table({{0, 16, 65265, 1, 0, 0.00390625, 0}});
+    EXPECT_TRUE(trigger(34, EQ, 92.0));  // the old row's value, compared as before
+    frame(0x18FEEE00, 0x10);             // the old group feeds nothing now
+    EXPECT_TRUE(trigger(34, EQ, 92.0));
+    frame(0x18FEF100, 0x3200);
+    EXPECT_TRUE(trigger(34, EQ, 0.1953125));
+}
+
+TEST_F(J1939, RefusedTableLeavesTheDecodingAsItWas) {
+    table({{0, 8, 65262, 0, 0, 1, -40}});
+    h.deliver(476, Bytes(6047, 0));
+    svc().onGetJ1939param(nullptr, 0);
+    // The claimed table arrives one byte short.
+    Bytes cut = sig::j1939Table({{0, 8, 65265, 0, 0, 1, 0}});
+    cut.pop_back();
+    h.injectClaiming(33243, 6048, cut);
+    h.cycle();
+    EXPECT_EQ(h.countLines("onGetJ1939param length= 6048 \n"), 1);
+    frame(0x18FEEE00, 0x84);
+    frame(0x18FEF100, 0x77);
+    double v = 0;
+    EXPECT_TRUE(value(0, v));
+    EXPECT_EQ(v, 92.0);
+}
+
+TEST_F(J1939, TriggerGoesFromInvalidToNoValueToJudged) {
+    table({{0, 8, 65262, 0, 0, 1, -40}});
+    EXPECT_FALSE(trigger(34, GT, 0.0));
+    EXPECT_TRUE(h.hasLine("Event[34][J19390] the value is Invalid !\n"));
+    frame(0x18FEF100, 0);  // matches no row, still makes every J1939 event valid
+    h.clearLines();
+    EXPECT_FALSE(trigger(34, GT, 0.0));
+    EXPECT_TRUE(h.texts().empty());
+    for (uint32_t e = 34; e <= 97; ++e) EXPECT_TRUE(svc().isEventValid(e)) << e;
+    EXPECT_FALSE(svc().isEventValid(33));
+    EXPECT_FALSE(svc().isEventValid(98));
+    frame(0x18FEEE00, 0x84);
+    EXPECT_TRUE(trigger(34, GT, 0.0));
+}
+
+TEST_F(J1939, FrameIsJudgedByItsWholeLengthAlone) {
+    table({{0, 8, 65262, 0, 0, 1, -40}});
+    // The head's length field says nothing to this handler.
+    h.injectClaiming(1089, 0, sig::canFrame(0x18FEEE00, 0x50));
+    h.cycle();
+    double v = 0;
+    EXPECT_TRUE(value(0, v) && v == 40.0);
+    // Bytes behind the record are ignored.
+    Bytes longer = sig::canFrame(0x18FEEE00, 0x64);
+    longer.resize(64, 0x99);
+    h.deliver(1089, longer);
+    EXPECT_TRUE(value(0, v) && v == 60.0);
+}
+
+}  // namespace
