@@ -110,7 +110,8 @@ TEST(Allocation, FrameDecodeAllocatesNothing) {
 
     std::vector<Bytes> frames;
     for (uint32_t n = 0; n < 64; ++n)
-        frames.push_back(message(1089, sig::canFrame(0x18000000 | rows[n].pgn << 8, n * 0x0101010101ull)));
+        frames.push_back(
+            message(1089, sig::canFrame(0x18000000 | rows[n].pgn << 8, n * 0x0101010101ull)));
     frames.push_back(message(1089, sig::canFrame(0x18FECA00, 1)));  // matches no row
     Bytes shortFrame = message(1089, Bytes(27, 0));                // 43 bytes in all
     frames.push_back(shortFrame);
@@ -149,7 +150,8 @@ TEST(Allocation, TriggerEvaluationOfAPassAllocatesNothing) {
         svc.m_ParaList.push_back(harness::makeRule(200 + e, never, {{e, LT, -1e9}}));
     }
     svc.m_ParaList.push_back(harness::makeRule(400, never, {{103, GT, 0}}));
-    svc.m_ParaList.push_back(harness::makeRule(401, never, {{14, static_cast<eTriggerType>(7), 0}}));
+    sInputTrigger badType{14, static_cast<eTriggerType>(7), 0};
+    svc.m_ParaList.push_back(harness::makeRule(401, never, {badType}));
     svc.m_PanicKey[0] = 0x20;  // a key code that is neither pressed nor released
     svc.CheckAlarm();          // conditions begin to hold: the state settles
 

@@ -164,7 +164,8 @@ TEST_F(J1939, TablePrintsItsCountingRows) {
         "offset=-40.00000000,resolution=1.00000000\n",
     };
     EXPECT_EQ(h.texts(), expected);
-    EXPECT_EQ(Bytes(svc().m_J1939Param, svc().m_J1939Param + 6048), sig::j1939Table(rows, {2, 3, 63}));
+    EXPECT_EQ(Bytes(svc().m_J1939Param, svc().m_J1939Param + 6048),
+              sig::j1939Table(rows, {2, 3, 63}));
     // The table alone neither decodes nor validates anything.
     EXPECT_TRUE(svc().m_J1939Value.empty());
     EXPECT_FALSE(svc().isEventValid(34));

@@ -33,7 +33,8 @@ protected:
     }
     uint32_t valid() {
         uint32_t out = 0;
-        for (int i = 0; i < 16; ++i) out |= static_cast<uint32_t>(svc().isEventValid(kMotion1 + i)) << i;
+        for (int i = 0; i < 16; ++i)
+            out |= static_cast<uint32_t>(svc().isEventValid(kMotion1 + i)) << i;
         return out;
     }
 
@@ -57,8 +58,8 @@ TEST_F(Motion, ChannelsCountByTheirSettingsRow) {
          {0, 3, 0, 0}, all1, 0xB, 0xB},
         {"no video inputs: the digital run starts at channel 0", 0, 2, {1, 1}, {4, 4}, {4, 4},
          all1, 0x3, 0x3},
-        {"sixteen channels: the last one counts", 8, 8, {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1},
-         {}, {}, all1, 0xFFFF, 0xFFFF},
+        {"sixteen channels: the last one counts", 8, 8,
+         {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1}, {}, {}, all1, 0xFFFF, 0xFFFF},
         {"channels past V + D are not read", 2, 1, {0, 0, 1, 1}, {}, {}, all1, 0x7, 0x7},
         {"a count above 16 stops at channel 15", 12, 12, {}, {}, {}, all1, 0xFFF, 0xFFF},
     };

@@ -12,8 +12,8 @@
 
 namespace {
 
-void printUsage(const char* program) {
-    fprintf(stderr,
+void printUsage(FILE* out, const char* program) {
+    fprintf(out,
             "usage: %s CSV OUT.bin\n"
             "\n"
             "Reads a J1939 signal table (header: name,pgn,startbyte,startbit,length,\n"
@@ -30,7 +30,7 @@ void printUsage(const char* program) {
 int main(int argc, char** argv) {
     bool help = argc == 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0);
     if (argc != 3) {
-        printUsage(argv[0]);
+        printUsage(help ? stdout : stderr, argv[0]);
         return help ? 0 : 1;
     }
     const char* csvPath = argv[1];

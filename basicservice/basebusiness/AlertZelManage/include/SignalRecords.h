@@ -66,7 +66,8 @@ struct AccDataMsg_t {
     uint16_t usAcc[3];  // X, Y, Z
 
     static AccDataMsg_t read(const uint8_t* p) {
-        return AccDataMsg_t{{zel::getLe16(p, kAccX), zel::getLe16(p, kAccY), zel::getLe16(p, kAccZ)}};
+        return AccDataMsg_t{
+            {zel::getLe16(p, kAccX), zel::getLe16(p, kAccY), zel::getLe16(p, kAccZ)}};
     }
 };
 

@@ -80,7 +80,8 @@ void CAlertZelManage::onGetZelCanData(const char* msg, int len) {
         CanFrameMsg_t frame = CanFrameMsg_t::read(payload);
         const zel::J1939Slot* slot = m_J1939Index.find(frame.pgn());
         if (slot != NULL) {
-            uint64_t raw = slot->shift >= kNoShift ? 0 : (frame.ullCanData >> slot->shift) & slot->mask;
+            uint64_t raw =
+                slot->shift >= kNoShift ? 0 : (frame.ullCanData >> slot->shift) & slot->mask;
             // Rounded once, as one fused multiply-add.
             double value = std::fma(static_cast<double>(raw), slot->resolution, slot->offset);
             ZEL_LOG(3, "J1939_%d:%.8lf \n", static_cast<int>(slot->id), value);
