@@ -82,6 +82,9 @@ protected:
         host.stop();
         storage.stop();
         busd.stop();
+        EXPECT_EQ(rig::sanitizerReport(host.err()), "");
+        EXPECT_EQ(rig::sanitizerReport(storage.err()), "");
+        EXPECT_EQ(rig::sanitizerReport(busd.err()), "");
     }
 
     // The frames of the log of one day (yyyymmdd, or 0 for the only log);

@@ -12,6 +12,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "Common.h"
 
 namespace rig {
@@ -101,6 +103,16 @@ std::string readText(const std::string& path) {
     while ((n = fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
     fclose(f);
     return text;
+}
+
+std::string sanitizerReport(const std::string& text) {
+    size_t at = std::string::npos;
+    for (const char* mark : {"ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:"})
+        at = std::min(at, text.find(mark));
+    if (at == std::string::npos) return "";
+    size_t begin = text.rfind('\n', at);
+    begin = begin == std::string::npos ? 0 : begin + 1;
+    return text.substr(begin, text.find('\n', at) - begin);
 }
 
 bool fileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }

@@ -53,6 +53,8 @@ private:
 };
 
 std::string readText(const std::string& path);
+// The first line of text that reports a sanitizer finding, or "".
+std::string sanitizerReport(const std::string& text);
 bool fileExists(const std::string& path);
 // Polls pred every 20 ms until it holds or timeoutS has passed.
 bool waitUntil(const std::function<bool()>& pred, double timeoutS);

@@ -79,6 +79,12 @@ protected:
         startStorage();
     }
 
+    void TearDown() override {
+        storage.stop();
+        busd.stop();
+        EXPECT_EQ(rig::sanitizerReport(storage.err()), "");
+    }
+
     // Starts a storage peer and waits for its first announcement: from then
     // on its requests are subscribed.
     void startStorage(const std::vector<std::string>& env = {}) {
