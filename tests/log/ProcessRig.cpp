@@ -160,8 +160,6 @@ void BusPeer::respond(const Message& request, const Bytes& payload) {
 void BusPeer::onMessage(const char* msg, int len) {
     if (len < 16) return;
     Message m;
-    m.source = le32(msg);
-    m.session = le32(msg + 4);
     m.id = le32(msg + 8) & 0xffff;
     m.head.assign(msg, msg + 16);
     uint32_t n = le32(msg + 12) & 0x7fffff;

@@ -60,11 +60,9 @@ bool fileExists(const std::string& path);
 bool waitUntil(const std::function<bool()>& pred, double timeoutS);
 double nowSeconds();
 
-// One received message: its head words and payload.
+// One received message: its id, head and payload.
 struct Message {
     uint32_t id;
-    uint32_t source;
-    uint32_t session;
     Bytes head;  // the 16 bytes, for answering it
     Bytes payload;
 };

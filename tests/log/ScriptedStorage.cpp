@@ -25,7 +25,6 @@ uint64_t ScriptedStorage::size() {
 }
 
 void ScriptedStorage::onWrite(const harness::SentMessage& m) {
-    writes.push_back(m.payload);
     int8_t result = writeResult;
     if (m.payload.size() == zel::kWriteSize && result == 0)
         today().push_back(Bytes(m.payload.begin() + zel::kWriteFrame, m.payload.end()));
@@ -37,7 +36,6 @@ void ScriptedStorage::onWrite(const harness::SentMessage& m) {
 }
 
 void ScriptedStorage::onModify(const harness::SentMessage& m) {
-    modifies.push_back(m.payload);
     if (m.payload.size() != zel::kModifySize) return;
     uint64_t offset = zel::getLe64(m.payload.data(), zel::kModifyOffset);
     std::vector<Bytes>& log = today();
@@ -49,7 +47,6 @@ void ScriptedStorage::onModify(const harness::SentMessage& m) {
 }
 
 void ScriptedStorage::onSize(const harness::SentMessage& m) {
-    ++sizeQueries;
     Bytes r(zel::kSizeReplySize, 0);
     r[zel::kReqLogType] = zel::kAlertLogType;
     r[zel::kReplyResult] = static_cast<uint8_t>(sizeResult);

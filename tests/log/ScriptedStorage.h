@@ -1,7 +1,7 @@
 // A storage peer for the in-process harness: answers the service's write and
-// size requests from inside its sends, keeps one log per day of the device
-// clock (as the real peer keeps one per day of its own clock), and records
-// every request it saw. Knobs make it silent, late, refusing or malformed.
+// size requests from inside its sends and keeps one log per day of the device
+// clock, as the real peer keeps one per day of its own. Knobs make it silent,
+// late or refusing.
 #ifndef ALERTZEL_TEST_SCRIPTEDSTORAGE_H
 #define ALERTZEL_TEST_SCRIPTEDSTORAGE_H
 
@@ -38,9 +38,6 @@ public:
     // Forgets every log, as a storage that lost its disk would.
     void wipe() { m_logs.clear(); }
 
-    std::vector<Bytes> writes;    // write payloads, in order
-    std::vector<Bytes> modifies;  // modify payloads, in order
-    int sizeQueries = 0;
     // Runs inside each write request, after its reply is queued.
     std::function<void()> afterWrite;
 

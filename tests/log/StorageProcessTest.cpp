@@ -4,7 +4,6 @@
 #include <signal.h>
 #include <stdio.h>
 #include <sys/wait.h>
-#include <time.h>
 
 #include <gtest/gtest.h>
 
@@ -191,25 +190,6 @@ TEST_F(StorageProcess, AcknowledgedFramesSurviveAKillRightAfterTheAck) {
     // A new storage peer on the same folder goes on with the same log.
     startStorage();
     EXPECT_EQ(size(), 84u + 60u * kFrames);
-}
-
-TEST_F(StorageProcess, ChoosesTheDayByItsOwnShiftedClock) {
-    storage.stop();
-    const long kShift = 40L * 86400;  // forty days ahead
-    startStorage({"Q7X_TIME_OFFSET_S=" + std::to_string(kShift)});
-    time_t before = time(NULL) + kShift;
-    ASSERT_EQ(write(writeRequest(frameOf(1, at(9, 0, 0)))), 0);
-    time_t after = time(NULL) + kShift;
-    std::vector<std::string> files = logFiles(logs);
-    ASSERT_EQ(files.size(), 1u);
-    std::vector<std::string> expected;
-    for (time_t t : {before, after}) {
-        struct tm tm;
-        localtime_r(&t, &tm);
-        expected.push_back(zelstore::logFileName(
-            19, zelstore::Day{tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday}));
-    }
-    EXPECT_TRUE(files[0] == expected[0] || files[0] == expected[1]) << files[0];
 }
 
 // zel-logdump as a person runs it.
