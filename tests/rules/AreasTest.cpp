@@ -23,13 +23,16 @@ struct FenceStateCase {
     const char* line;
 };
 
+const char kInsideLine[] = "=======OnUpdateFenceInfo ID[5][1]======!\n";
+const char kOutsideLine[] = "=======OnUpdateFenceInfo ID[5][0]======!\n";
+
 const FenceStateCase kFenceStates[] = {
     {3351, 1, kAbsent, "data length failed msgerror=3351\n"},
-    {3352, 1, kInside, "=======OnUpdateFenceInfo ID[5][1]======!\n"},
-    {3864, 0, kOutside, "=======OnUpdateFenceInfo ID[5][0]======!\n"},
+    {3352, 1, kInside, kInsideLine},
+    {3864, 0, kOutside, kOutsideLine},
     {3865, 1, kAbsent, "data length over mem = 3865\n"},
-    {3352, 2, kOutside, "=======OnUpdateFenceInfo ID[5][0]======!\n"},  // only bit 0
-    {3352, 3, kInside, "=======OnUpdateFenceInfo ID[5][1]======!\n"},
+    {3352, 2, kOutside, kOutsideLine},  // only bit 0
+    {3352, 3, kInside, kInsideLine},
 };
 
 class FenceState : public RulesTest, public ::testing::WithParamInterface<FenceStateCase> {};
@@ -51,10 +54,10 @@ struct FenceEventCase {
 };
 
 const FenceEventCase kFenceEvents[] = {
-    {"{\"SOURCE\":100,\"EVENT\":1,\"ID\":5}", kInside, "=======OnUpdateFenceInfo ID[5][1]======!\n"},
-    {"{\"SOURCE\":100,\"EVENT\":0,\"ID\":5}", kOutside, "=======OnUpdateFenceInfo ID[5][0]======!\n"},
-    {"{\"SOURCE\":100,\"EVENT\":2,\"ID\":5}", kOutside, "=======OnUpdateFenceInfo ID[5][0]======!\n"},
-    {"{\"SOURCE\":100,\"EVENT\":-1,\"ID\":5}", kOutside, "=======OnUpdateFenceInfo ID[5][0]======!\n"},
+    {"{\"SOURCE\":100,\"EVENT\":1,\"ID\":5}", kInside, kInsideLine},
+    {"{\"SOURCE\":100,\"EVENT\":0,\"ID\":5}", kOutside, kOutsideLine},
+    {"{\"SOURCE\":100,\"EVENT\":2,\"ID\":5}", kOutside, kOutsideLine},
+    {"{\"SOURCE\":100,\"EVENT\":-1,\"ID\":5}", kOutside, kOutsideLine},
     {"{\"SOURCE\":100,\"EVENT\":\"1\",\"ID\":5}", kAbsent, "OnPlatformUpdateArea no event !\n"},
     {"{\"SOURCE\":100,\"EVENT\":1.5,\"ID\":5}", kAbsent, "OnPlatformUpdateArea no event !\n"},
     {"{\"SOURCE\":100,\"ID\":5}", kAbsent, "OnPlatformUpdateArea no event !\n"},

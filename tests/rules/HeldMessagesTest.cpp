@@ -3,6 +3,8 @@
 // has ended. The randomized test lets such messages land at random points in
 // the storage waits of running alerts, and compares the outcome with a run
 // that applies the same messages in the same order outside any wait.
+#include <stdio.h>
+
 #include <random>
 
 #include <gtest/gtest.h>
@@ -77,10 +79,13 @@ private:
     int pick(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(m_rng); }
     std::string ids(int n) {
         std::string s;
-        for (int i = 0; i < n; ++i) s += (i ? ",{\"ID\":" : "{\"ID\":") + std::to_string(pick(1, 5)) + "}";
+        for (int i = 0; i < n; ++i)
+            s += (i ? ",{\"ID\":" : "{\"ID\":") + std::to_string(pick(1, 5)) + "}";
         return s;
     }
-    Message json(unsigned int id, const std::string& text) { return {id, harness::textBytes(text)}; }
+    Message json(unsigned int id, const std::string& text) {
+        return {id, harness::textBytes(text)};
+    }
     Message next() {
         std::string cmd = "{\"SOURCE\":100,\"CMD\":";
         switch (pick(0, 7)) {
@@ -111,17 +116,22 @@ struct Outcome {
     int held = 0;
 };
 
+std::string stamp(const Common::_datetime_& t) {
+    char buf[32];
+    snprintf(buf, sizeof buf, "%d.%d.%d %d:%d:%d", t.year, t.month, t.day, t.hour, t.minute,
+             t.second);
+    return buf;
+}
+
+// A rule with its run state, as text.
 std::string describe(const ZelAlertPara_t& p) {
-    std::string s = std::to_string(p.alertID) + "/" + std::to_string(p.atLeast) + "/" +
-                    std::to_string(p.bState) + std::to_string(p.bLastState) +
-                    std::to_string(p.bConditionMet) + "/" + std::to_string(p.conditionTime) + "/" +
-                    harness::hex(Bytes(reinterpret_cast<const uint8_t*>(&p.alarmStart),
-                                       reinterpret_cast<const uint8_t*>(&p.alarmStart) + 6)) +
-                    "/" +
-                    harness::hex(Bytes(reinterpret_cast<const uint8_t*>(&p.alarmEnd),
-                                       reinterpret_cast<const uint8_t*>(&p.alarmEnd) + 6));
+    std::string s = std::to_string(p.alertID) + " atLeast " + std::to_string(p.atLeast) +
+                    " state " + std::to_string(p.bState * 100 + p.bLastState * 10 +
+                                               p.bConditionMet) +
+                    " since " + std::to_string(p.conditionTime) + " from " +
+                    stamp(p.alarmStart) + " to " + stamp(p.alarmEnd);
     for (const sInputTrigger& t : p.triggers)
-        s += "/" + std::to_string(t.Event) + ":" + std::to_string(t.Type) + ":" +
+        s += " " + EVENT_NAME[t.Event] + ":" + std::to_string(t.Type) + ":" +
              std::to_string(t.Value);
     return s;
 }
@@ -145,7 +155,8 @@ Outcome run(uint32_t seed, const std::vector<Message>& script,
     h.start();
     h.announceStorage();
     h.cycle();
-    h.deliver(rulestest::kRuleReply, harness::textBytes("{\"DUMMY100\":[" + Script(seed).rules(4) + "]}"));
+    std::string firstSet = "{\"DUMMY100\":[" + Script(seed).rules(4) + "]}";
+    h.deliver(rulestest::kRuleReply, harness::textBytes(firstSet));
 
     Outcome out;
     size_t nextMessage = 0;

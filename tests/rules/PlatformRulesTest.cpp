@@ -84,7 +84,8 @@ TEST_F(RulesTest, PlatformKeepsTheRuleSetThatTheServiceEndsWith) {
     };
     Json::Value set;
     std::string error;
-    ASSERT_TRUE(platformpeer::parseJson("set", "{\"DUMMY100\":[{\"ID\":1},{\"ID\":4}]}", set, error));
+    ASSERT_TRUE(
+        platformpeer::parseJson("set", "{\"DUMMY100\":[{\"ID\":1},{\"ID\":4}]}", set, error));
     ASSERT_TRUE(platformpeer::checkRuleSet("set", set, error));
     PlatformState state(set);
     reply(state.ruleSetText());
@@ -96,11 +97,13 @@ TEST_F(RulesTest, PlatformKeepsTheRuleSetThatTheServiceEndsWith) {
         push(platformpeer::toText(msg));
 
         std::vector<uint32_t> ids;
-        for (const Json::Value& rule : state.ruleSet()["DUMMY100"]) ids.push_back(rule["ID"].asUInt());
+        for (const Json::Value& rule : state.ruleSet()["DUMMY100"])
+            ids.push_back(rule["ID"].asUInt());
         EXPECT_EQ(ids, ruleIds()) << c[1];
         std::map<uint32_t, bool> areaIds;
         for (const char* key : {"CIRCLE100", "LINE100", "POLY100", "RECT100"})
-            for (const Json::Value& area : state.ruleSet()[key]) areaIds[area["ID"].asUInt()] = false;
+            for (const Json::Value& area : state.ruleSet()[key])
+                areaIds[area["ID"].asUInt()] = false;
         EXPECT_EQ(areaIds, areas()) << c[1];
     }
     Json::Value msg;

@@ -84,24 +84,10 @@ TEST_P(RefusedMessage, ChangesNothingAndAsksNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Table, RefusedMessage, ::testing::ValuesIn(kRefusals));
 
-TEST_F(RulesTest, ShortMessagesAreRefusedByEveryHandler) {
-    char bytes[15] = {0};
-    for (int len : {0, 15}) {
-        const char* msg = len ? bytes : nullptr;
-        svc().OnUpdateAreaInfo(msg, len);
-        svc().OnPlatformUpdateArea(msg, len);
-        svc().OnUpdateFenceInfo(msg, len);
-        svc().OnUpdateFenceEvent(msg, len);
-    }
-    EXPECT_EQ(h.countLines("OnUpdateAreaInfo length error \n"), 2);
-    EXPECT_EQ(h.countLines("OnPlatformUpdateArea length error \n"), 2);
-    EXPECT_EQ(h.countLines("fence info length error \n"), 2);
-    EXPECT_EQ(h.countLines("OnUpdateFenceEvent length error \n"), 2);
-}
-
 TEST_F(RulesTest, PayloadIsReadOverWhatArrivedAndWhatTheHeadClaims) {
     // A head that claims more than arrived: only what arrived is read.
-    h.injectClaiming(rulestest::kRuleReply, 5000, harness::textBytes("{\"DUMMY100\":[{\"ID\":4}]}"));
+    h.injectClaiming(rulestest::kRuleReply, 5000,
+                     harness::textBytes("{\"DUMMY100\":[{\"ID\":4}]}"));
     // A head that claims less: the bytes behind its length are not JSON.
     h.injectClaiming(rulestest::kPlatform, 22,
                      harness::textBytes("{\"SOURCE\":100,\"CMD\":4}trailing{{{"));

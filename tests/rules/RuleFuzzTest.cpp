@@ -139,7 +139,9 @@ TEST_F(RulesTest, ArbitraryBytesAndJsonNeverStopTheService) {
         unsigned int id = kRuleIds[gen.pick(0, 3)];
         switch (gen.pick(0, 3)) {
         case 0: h.deliver(id, gen.bytes()); break;
-        case 1: h.injectClaiming(id, static_cast<uint32_t>(gen.pick(0, 0x7fffff)), gen.bytes()); break;
+        case 1:
+            h.injectClaiming(id, static_cast<uint32_t>(gen.pick(0, 0x7fffff)), gen.bytes());
+            break;
         default: {
             std::string text = gen.text(id);
             h.inject(id, text);
