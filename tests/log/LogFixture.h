@@ -81,7 +81,8 @@ protected:
     // Every message 3215 sent so far, decoded.
     std::vector<std::vector<Report>> reports() {
         std::vector<std::vector<Report>> out;
-        for (const harness::SentMessage& m : h.sentWithId(3215)) out.push_back(decodeList(m.payload));
+        for (const harness::SentMessage& m : h.sentWithId(3215))
+            out.push_back(decodeList(m.payload));
         return out;
     }
 

@@ -282,7 +282,8 @@ TEST_F(LogWriter, EmptyLogRewritesOpenFramesInIdOrderAndRenumbersThem) {
         const Bytes& w = h.sent()[1 + i].payload;
         Bytes frame(w.begin() + 16, w.end());
         EXPECT_EQ(logtest::frameAlertId(frame), order[i]);
-        EXPECT_EQ(Bytes(w.begin() + 8, w.begin() + 14), Bytes(frame.begin() + 44, frame.begin() + 50));
+        EXPECT_EQ(Bytes(w.begin() + 8, w.begin() + 14),
+                  Bytes(frame.begin() + 44, frame.begin() + 50));
         EXPECT_EQ(offsetOf(order[i]), 84u + 60u * i);
     }
     // 5 goes out with its old end first, then is patched with the new one.

@@ -104,7 +104,8 @@ protected:
     int write(const Bytes& payload) {
         size_t before = client().with(39429).size();
         client().send(6661, payload);
-        EXPECT_TRUE(client().waitFor([&] { return client().with(39429).size() > before; }, kTimeout));
+        EXPECT_TRUE(
+            client().waitFor([&] { return client().with(39429).size() > before; }, kTimeout));
         std::vector<rig::Message> replies = client().with(39429);
         if (replies.size() <= before) return 99;
         EXPECT_EQ(replies.back().payload.size(), 8u);
@@ -114,7 +115,8 @@ protected:
     uint64_t size() {
         size_t before = client().with(39439).size();
         client().send(6671, sizeRequest());
-        EXPECT_TRUE(client().waitFor([&] { return client().with(39439).size() > before; }, kTimeout));
+        EXPECT_TRUE(
+            client().waitFor([&] { return client().with(39439).size() > before; }, kTimeout));
         std::vector<rig::Message> replies = client().with(39439);
         if (replies.size() <= before) return ~0ull;
         EXPECT_EQ(replies.back().payload.size(), 32u);
@@ -179,7 +181,8 @@ TEST_F(StorageProcess, AcknowledgedFramesSurviveAKillRightAfterTheAck) {
         if (m.id != 39429 || m.payload.size() != 8 || m.payload[1] != 0) return;
         if (++acked == kFrames) kill(storage.pid(), SIGKILL);
     };
-    for (int i = 0; i < kFrames; ++i) client().send(6661, writeRequest(frameOf(100 + i, at(9, 0, i))));
+    for (int i = 0; i < kFrames; ++i)
+        client().send(6661, writeRequest(frameOf(100 + i, at(9, 0, i))));
     ASSERT_TRUE(client().waitFor([&] { return acked == kFrames; }, kTimeout));
     storage.kill9();
     zelstore::LogScan scan = scanTheLog();
