@@ -1,0 +1,369 @@
+#include "Replay.h"
+
+#include <errno.h>
+#include <math.h>
+#include <string.h>
+#include <time.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <map>
+#include <set>
+
+#include "AlertZelManage.h"
+#include "ByteOrder.h"
+#include "Candump.h"
+#include "Harness.h"
+#include "MemoryStorage.h"
+#include "MessageIds.h"
+#include "RuleFile.h"
+#include "Scenario.h"
+#include "SignalRecords.h"
+#include "SignalTable.h"
+#include "TableLint.h"
+#include "Timeline.h"
+
+namespace zelauthor {
+
+namespace {
+
+typedef std::vector<zelscenario::Step> Steps;
+
+const unsigned int kCmdRules = 8;
+const unsigned int kCmdAreas = 11;
+const int kSetupCycles = 50;
+// Steps go into the harness this far ahead of the virtual clock, so that its
+// queue stays short however long the drive.
+const int64_t kLookaheadUs = 1000000;
+
+const size_t kListHead = 8;
+const size_t kRecordSize = 32;
+
+bool parseClock(const std::string& text, int f[6]) {
+    f[0] = 2026, f[1] = 3, f[2] = 5;
+    char tail = 0;
+    if (sscanf(text.c_str(), "%d:%d:%d%c", &f[3], &f[4], &f[5], &tail) == 3) {
+    } else if (sscanf(text.c_str(), "%d/%d/%d %d:%d:%d%c", &f[0], &f[1], &f[2], &f[3], &f[4],
+                      &f[5], &tail) != 6 &&
+               sscanf(text.c_str(), "%d-%d-%d %d:%d:%d%c", &f[0], &f[1], &f[2], &f[3], &f[4],
+                      &f[5], &tail) != 6) {
+        return false;
+    }
+    return f[0] >= 2001 && f[0] <= 2099 && f[1] >= 1 && f[1] <= 12 && f[2] >= 1 && f[2] <= 31 &&
+           f[3] >= 0 && f[3] <= 23 && f[4] >= 0 && f[4] <= 59 && f[5] >= 0 && f[5] <= 59;
+}
+
+bool readable(const std::string& path, std::string& error) {
+    FILE* f = fopen(path.c_str(), "rb");
+    if (f == NULL) {
+        error = path + ": " + strerror(errno);
+        return false;
+    }
+    fclose(f);
+    return true;
+}
+
+Status tableStep(const std::string& path, Steps& steps, std::string& error) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        error = path + ": " + strerror(errno);
+        return kUnreadable;
+    }
+    std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    zelscenario::Step s;
+    s.at = 0;
+    s.id = zel::kMsgJ1939Param;
+    s.line = 0;
+    if (data.size() == J1939Param_t::kTableSize && data.compare(0, 5, "name,") != 0) {
+        s.payload.assign(data.begin(), data.end());
+    } else {
+        std::istringstream csv(data);
+        std::vector<zelj1939::SignalRow> rows;
+        if (!zelj1939::parseSignalTable(csv, rows, error)) {
+            error = path + ": " + error;
+            return kFound;
+        }
+        s.payload = zelj1939::buildTablePayload(rows);
+    }
+    steps.push_back(s);
+    return kClean;
+}
+
+Status canSteps(const std::string& path, Steps& steps, std::string& error) {
+    std::vector<zelj1939::CanFrame> frames;
+    Status s = loadCanLog(path, frames, error);
+    if (s != kClean) return s;
+    double first = frames.front().time;
+    for (const zelj1939::CanFrame& f : frames) {
+        zelscenario::Step step;
+        step.at = std::max(0.0, f.time - first);
+        step.id = zel::kMsgCanFrame;
+        step.payload = zelj1939::canFramePayload(f);
+        step.line = 0;
+        steps.push_back(step);
+    }
+    return kClean;
+}
+
+Status loadSteps(const ReplayArgs& args, Steps& steps, std::string& error) {
+    if (!args.table.empty()) {
+        Status s = tableStep(args.table, steps, error);
+        if (s != kClean) return s;
+    }
+    if (!args.scenario.empty()) {
+        if (!readable(args.scenario, error)) return kUnreadable;
+        Steps scenario;
+        if (!zelscenario::loadScenario(args.scenario, scenario, error)) return kFound;
+        steps.insert(steps.end(), scenario.begin(), scenario.end());
+    }
+    if (!args.can.empty()) {
+        Status s = canSteps(args.can, steps, error);
+        if (s != kClean) return s;
+    }
+    std::stable_sort(steps.begin(), steps.end(),
+                     [](const zelscenario::Step& a, const zelscenario::Step& b) {
+                         return a.at < b.at;
+                     });
+    return kClean;
+}
+
+// The areas the vehicle is in after the fence steps up to `upTo` seconds.
+std::set<uint32_t> insideAreas(const Steps& steps, double upTo) {
+    std::set<uint32_t> inside;
+    for (const zelscenario::Step& s : steps) {
+        if (s.at > upTo) break;
+        uint32_t id = 0;
+        bool in = false;
+        if (s.id == zel::kMsgFenceEvent) {
+            Json::Value v;
+            Json::Reader reader;
+            std::string text(s.payload.begin(), s.payload.end());
+            if (!reader.parse(text, v) || !v.isObject() || !v["ID"].isUInt()) continue;
+            id = v["ID"].asUInt();
+            in = v["EVENT"].isInt() && v["EVENT"].asInt() == 1;
+        } else if (s.id == zel::kMsgFenceInfo && s.payload.size() >= 8) {
+            in = s.payload[0] & 1;
+            id = zel::getLe32(s.payload.data(), 4);
+        } else {
+            continue;
+        }
+        if (in)
+            inside.insert(id);
+        else
+            inside.erase(id);
+    }
+    return inside;
+}
+
+// A trigger's signal as the pass would read it: NaN while it has no value.
+double eventValue(CAlertZelManage& svc, uint32_t event) {
+    double v = NAN;
+    if (!svc.isEventValid(event)) return NAN;
+    if (event == 8) return svc.panicValue(v) ? v : NAN;
+    if (event >= 34 && event <= 97) return svc.m_J1939Value.find(event - 34, v) ? v : NAN;
+    return svc.familyValue(event);
+}
+
+void track(std::vector<Span>& spans, bool on, double t) {
+    bool open = !spans.empty() && spans.back().to < 0;
+    if (on && !open) spans.push_back(Span{t, -1});
+    if (!on && open) spans.back().to = t;
+}
+
+void closeSpans(std::vector<Span>& spans, double t) {
+    if (!spans.empty() && spans.back().to < 0) spans.back().to = t;
+}
+
+std::string clockText(const Common::_datetime_& d) {
+    char buf[32];
+    snprintf(buf, sizeof buf, "%04d/%02d/%02d %02d:%02d:%02d", 2000 + d.year, d.month, d.day,
+             d.hour, d.minute, d.second);
+    return buf;
+}
+
+int64_t utcOf(const uint8_t t[6]) {
+    struct tm tm;
+    memset(&tm, 0, sizeof tm);
+    tm.tm_year = t[0] + 100;
+    tm.tm_mon = t[1] - 1;
+    tm.tm_mday = t[2];
+    tm.tm_hour = t[3];
+    tm.tm_min = t[4];
+    tm.tm_sec = t[5];
+    return static_cast<int64_t>(timegm(&tm));
+}
+
+}  // namespace
+
+bool decodeAlertList(const std::vector<uint8_t>& payload, double at, std::vector<Record>& out) {
+    if (payload.size() < kListHead) return false;
+    uint32_t count = zel::getLe32(payload.data(), 0);
+    if (payload.size() != kListHead + kRecordSize * static_cast<size_t>(count)) return false;
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint8_t* p = payload.data() + kListHead + kRecordSize * i;
+        Record r;
+        r.at = at;
+        r.id = zel::getLe32(p, 0);
+        memcpy(r.time, p + 16, sizeof r.time);
+        r.ended = p[24] != 0;
+        out.push_back(r);
+    }
+    return true;
+}
+
+std::vector<Episode> episodesOf(const std::vector<Record>& records, int64_t deviceZero) {
+    std::vector<Episode> episodes;
+    std::map<uint32_t, size_t> open;  // id -> index of its running episode
+    for (const Record& r : records) {
+        auto it = open.find(r.id);
+        if (!r.ended) {
+            if (it != open.end()) episodes[it->second].ended = r.at;  // risen again
+            Episode e;
+            e.id = r.id;
+            e.heldSince = static_cast<double>(utcOf(r.time) - deviceZero);
+            e.rose = r.at;
+            e.ended = -1;
+            open[r.id] = episodes.size();
+            episodes.push_back(e);
+        } else if (it != open.end()) {
+            episodes[it->second].ended = r.at;
+            open.erase(it);
+        }
+    }
+    return episodes;
+}
+
+Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) {
+    out = ReplayResult();
+    RuleFile file;
+    Status s = loadRuleFile(args.rules, file, error);
+    if (s != kClean) return s;
+    int clock[6];
+    if (!args.clock.empty() && !parseClock(args.clock, clock)) {
+        error = "--clock " + args.clock + ": expected HH:MM:SS or YYYY/MM/DD HH:MM:SS";
+        return kFound;
+    }
+    Steps steps;
+    s = loadSteps(args, steps, error);
+    if (s != kClean) return s;
+    out.steps = steps.size();
+    double end = args.until >= 0 ? args.until : (steps.empty() ? 0 : steps.back().at) + kTailSeconds;
+
+    auto wallStart = std::chrono::steady_clock::now();
+    harness::Harness h;
+    if (!args.clock.empty())
+        h.setDeviceTime(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
+    h.start();
+    MemoryStorage storage(h);
+    std::string rulesText = wholeSetText(file);
+    int64_t zeroUs = 0;
+    h.onSend(zel::kMsgPlatformRule, [&](const harness::SentMessage& m) {
+        Json::Value request;
+        Json::Reader reader;
+        std::string text(m.payload.begin(), m.payload.end());
+        if (!reader.parse(text, request) || !request.isObject()) return;
+        unsigned int cmd = request["CMD"].asUInt();
+        if (cmd == kCmdRules) {
+            h.inject(zel::kMsgPlatformRuleReply, rulesText);
+        } else if (cmd == kCmdAreas) {
+            Json::Value reply(Json::objectValue);
+            reply["AREALINE"] = Json::Value(Json::arrayValue);
+            double t = zeroUs ? (h.nowUs() - zeroUs) / 1e6 : 0;
+            for (uint32_t id : insideAreas(steps, t)) {
+                Json::Value area;
+                area["ID"] = id;
+                reply["AREALINE"].append(area);
+            }
+            h.inject(zel::kMsgPlatformRuleReply, Json::FastWriter().write(reply));
+        }
+    });
+    CAlertZelManage& svc = h.service();
+    h.announceStorage();
+    for (int i = 0; i < kSetupCycles && !svc.m_bParaReady; ++i) h.cycle();
+    h.cycle();  // the area answer
+    // Time 0 on a whole second, so that record times read exactly.
+    h.advance((1000000 - h.nowUs() % 1000000) / 1e6);
+    zeroUs = h.nowUs();
+    Common::_datetime_ now;
+    Common::Q7X_TMGetShareTime(&now);
+    out.clockAtZero = clockText(now);
+    out.deviceZero = utcOf(&now.year);
+
+    for (const ZelAlertPara_t& p : svc.m_ParaList) {
+        RuleTrace r;
+        r.id = p.alertID;
+        for (const sInputTrigger& t : p.triggers)
+            r.triggers.push_back(RuleTrace::Trigger{t.Event, static_cast<int>(t.Type), t.Value, {}});
+        out.rules.push_back(r);
+    }
+
+    size_t next = 0;
+    h.clearSent();
+    h.clearLines();
+    double t = 0;
+    while (t < end) {
+        int64_t horizon = h.nowUs() + kLookaheadUs;
+        for (; next < steps.size(); ++next) {
+            int64_t due = zeroUs + static_cast<int64_t>(llround(steps[next].at * 1e6));
+            if (due > horizon) break;
+            h.injectAt(due, steps[next].id, steps[next].payload);
+        }
+        h.cycle();
+        t = (h.nowUs() - zeroUs) / 1e6;
+        for (const harness::SentMessage& m : h.sent())
+            if (m.id == zel::kMsgAlertList)
+                decodeAlertList(m.payload, (m.atUs - zeroUs) / 1e6, out.records);
+        h.clearSent();
+        h.clearLines();
+        size_t i = 0;
+        for (const ZelAlertPara_t& p : svc.m_ParaList) {
+            if (i >= out.rules.size()) break;
+            RuleTrace& r = out.rules[i++];
+            track(r.running, p.bState, t);
+            track(r.holding, p.bConditionMet && !p.bState, t);
+            for (RuleTrace::Trigger& trig : r.triggers)
+                trig.samples.push_back(std::make_pair(t, eventValue(svc, trig.event)));
+        }
+    }
+    out.duration = t;
+    for (RuleTrace& r : out.rules) {
+        closeSpans(r.running, t);
+        closeSpans(r.holding, t);
+    }
+    out.episodes = episodesOf(out.records, out.deviceZero);
+    for (const auto& day : storage.logs()) out.logFrames += day.second.size();
+    h.stop();
+    out.realSeconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count();
+
+    if (!args.svg.empty() && !writeTimeline(args.svg, out, error)) return kUnreadable;
+    return kClean;
+}
+
+void printReplay(FILE* f, const ReplayResult& r) {
+    fprintf(f, "replay: %zu rule%s, %zu step%s, %.1f s of device time from %s\n",
+            r.rules.size(), r.rules.size() == 1 ? "" : "s", r.steps, r.steps == 1 ? "" : "s",
+            r.duration, r.clockAtZero.c_str());
+    fprintf(f, "\nepisodes (seconds from the start):\n");
+    if (r.episodes.empty()) fprintf(f, "  none\n");
+    else fprintf(f, "  %8s %8s %8s %8s %9s\n", "alert", "held", "rose", "ended", "duration");
+    for (const Episode& e : r.episodes) {
+        if (e.ended >= 0)
+            fprintf(f, "  %8u %8.1f %8.1f %8.1f %9.1f\n", e.id, e.heldSince, e.rose, e.ended,
+                    e.ended - e.rose);
+        else
+            fprintf(f, "  %8u %8.1f %8.1f %8s %9s\n", e.id, e.heldSince, e.rose, "-", "running");
+    }
+    fprintf(f, "\nrecords (message 3215):\n");
+    if (r.records.empty()) fprintf(f, "  none\n");
+    for (const Record& rec : r.records) {
+        fprintf(f, "  %8.1f s  alert %u %s  %04d/%02d/%02d %02d:%02d:%02d\n", rec.at, rec.id,
+                rec.ended ? "ended" : "began", 2000 + rec.time[0], rec.time[1], rec.time[2],
+                rec.time[3], rec.time[4], rec.time[5]);
+    }
+    fprintf(f, "\nlog: %zu frame%s; replayed in %.3f s\n", r.logFrames,
+            r.logFrames == 1 ? "" : "s", r.realSeconds);
+}
+
+}  // namespace zelauthor

@@ -1,0 +1,110 @@
+#include "RuleFile.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+
+namespace zelauthor {
+
+const char* const kSetAreaKeys[4] = {"CIRCLE100", "LINE100", "POLY100", "RECT100"};
+const char* const kCommandAreaKeys[4] = {"CIRCLE", "LINE", "POLY", "RECT"};
+
+namespace {
+
+bool readWhole(const std::string& path, std::string& text, std::string& error) {
+    FILE* f = fopen(path.c_str(), "rb");
+    if (f == NULL) {
+        error = path + ": " + strerror(errno);
+        return false;
+    }
+    text.clear();
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
+    bool ok = !ferror(f);
+    fclose(f);
+    if (!ok) error = path + ": read error";
+    return ok;
+}
+
+}  // namespace
+
+const Json::Value& RuleFile::rules() const {
+    static const Json::Value kNone(Json::arrayValue);
+    if (bareArray) return root;
+    const char* key = commandForm ? "DUMMY" : "DUMMY100";
+    return root.isObject() && root[key].isArray() ? root[key] : kNone;
+}
+
+int RuleFile::lineOfOffset(ptrdiff_t offset) const {
+    if (offset < 0 || static_cast<size_t>(offset) > text.size()) return 0;
+    return 1 + static_cast<int>(std::count(text.begin(), text.begin() + offset, '\n'));
+}
+
+int RuleFile::lineOf(const Json::Value& v) const { return lineOfOffset(v.getOffsetStart()); }
+
+std::string RuleFile::at(const Json::Value& v) const {
+    return path + ":" + std::to_string(lineOf(v));
+}
+
+Status loadRuleFile(const std::string& path, RuleFile& out, std::string& error) {
+    out = RuleFile();
+    out.path = path;
+    if (!readWhole(path, out.text, error)) return kUnreadable;
+
+    Json::Reader reader;
+    bool parsed = false;
+    try {
+        parsed = reader.parse(out.text.data(), out.text.data() + out.text.size(), out.root, true);
+    } catch (const std::exception& e) {
+        error = path + ": not valid JSON: " + e.what();
+        return kFound;
+    }
+    if (!parsed) {
+        std::vector<Json::Reader::StructuredError> errors = reader.getStructuredErrors();
+        error = path + ":";
+        if (!errors.empty()) {
+            error += std::to_string(out.lineOfOffset(errors[0].offset_start)) + ": " +
+                     errors[0].message;
+        } else {
+            error += " not valid JSON";
+        }
+        return kFound;
+    }
+
+    // Read through a const reference: operator[] on a mutable value would
+    // add the members it looks for.
+    const Json::Value& root = out.root;
+    Json::Value& set = out.wholeSet;
+    set = Json::Value(Json::objectValue);
+    if (root.isArray()) {
+        out.bareArray = true;
+        set["DUMMY100"] = root;
+    } else if (root.isObject() && root["DUMMY100"].isArray()) {
+        set["DUMMY100"] = root["DUMMY100"];
+        for (const char* key : kSetAreaKeys)
+            if (root[key].isArray()) set[key] = root[key];
+    } else if (root.isObject() && root["DUMMY"].isArray()) {
+        out.commandForm = true;
+        set["DUMMY100"] = root["DUMMY"];
+        for (int i = 0; i < 4; ++i)
+            if (root[kCommandAreaKeys[i]].isArray()) set[kSetAreaKeys[i]] = root[kCommandAreaKeys[i]];
+    } else {
+        error = path + ":" + std::to_string(out.lineOf(out.root)) +
+                ": a rule set is an object with a \"DUMMY100\" array (or a pushed "
+                "command's \"DUMMY\" array), or an array of rules";
+        return kFound;
+    }
+    for (const char* key : kSetAreaKeys)
+        if (!set.isMember(key)) set[key] = Json::Value(Json::arrayValue);
+    return kClean;
+}
+
+std::string wholeSetText(const RuleFile& file) {
+    Json::FastWriter writer;
+    return writer.write(file.wholeSet);
+}
+
+}  // namespace zelauthor
