@@ -239,7 +239,7 @@ Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) 
     RuleFile file;
     Status s = loadRuleFile(args.rules, file, error);
     if (s != kClean) return s;
-    int clock[6];
+    int clock[6] = {2026, 3, 5, 12, 0, 0};
     if (!args.clock.empty() && !parseClock(args.clock, clock)) {
         error = "--clock " + args.clock + ": expected HH:MM:SS or YYYY/MM/DD HH:MM:SS";
         return kFound;
@@ -252,8 +252,7 @@ Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) 
 
     auto wallStart = std::chrono::steady_clock::now();
     harness::Harness h;
-    if (!args.clock.empty())
-        h.setDeviceTime(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
+    h.setDeviceTime(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
     h.start();
     MemoryStorage storage(h);
     std::string rulesText = wholeSetText(file);
@@ -282,9 +281,14 @@ Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) 
     h.announceStorage();
     for (int i = 0; i < kSetupCycles && !svc.m_bParaReady; ++i) h.cycle();
     h.cycle();  // the area answer
-    // Time 0 on a whole second, so that record times read exactly.
-    h.advance((1000000 - h.nowUs() % 1000000) / 1e6);
+    // Time 0 on a whole second, so that record times read exactly, and the
+    // device clock there as asked. No signal has come yet, so no alert runs
+    // while the clock is set.
+    // (advance() truncates to whole microseconds: half a one more keeps the
+    // step exact.)
+    h.advance((1000000 - h.nowUs() % 1000000 + 0.5) / 1e6);
     zeroUs = h.nowUs();
+    h.setDeviceTime(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
     Common::_datetime_ now;
     Common::Q7X_TMGetShareTime(&now);
     out.clockAtZero = clockText(now);

@@ -281,7 +281,7 @@ void lintTable(const J1939Table& table, Findings& out) {
         if (pf < 240) {
             uint32_t da = static_cast<uint32_t>(row.pgn) & 0xff;
             addFinding(out, where, "destination-specific",
-                       fmt("group %llu (0x%04llX)%s is destination-specific (PF 0x%02X, below "
+                       fmt("group %llu = 0x%04llX%s is destination-specific (PF 0x%02X, below "
                            "0xF0): the service takes the destination address as part of the "
                            "group number, so this row sees only frames sent to 0x%02X",
                            static_cast<unsigned long long>(row.pgn),
@@ -314,6 +314,13 @@ struct SourceStats {
 // A reading as a person reads it: 23.2, 14.05, 438977895.
 std::string reading(double v) {
     return fabs(v) >= 1e6 ? fmt("%.0f", v) : fmt("%.6g", v);
+}
+
+// A threshold as a rule writes it: 100.0.
+std::string threshold(double v) {
+    std::string text = fmt("%.10g", v);
+    if (text.find_first_of(".eEn") == std::string::npos) text += ".0";
+    return text;
 }
 
 // "0x00: 1200 frames, 0..88.2; 0x31: 40 frames, J1939 codes only".
@@ -390,7 +397,7 @@ void lintCan(const J1939Table& table, const std::vector<zelj1939::CanFrame>& fra
                         "%s), which passes GT %s of %s",
                         entry.second.first, group->second.size(), entry.first.c_str(),
                         target.c_str(), static_cast<unsigned long long>(entry.second.second.first),
-                        reading(v).c_str(), reading(use.threshold).c_str(), use.rule.c_str()),
+                        reading(v).c_str(), threshold(use.threshold).c_str(), use.rule.c_str()),
                     "the service decodes these codes like readings, so the rule would fire on a "
                     "missing value; expect false alerts from such a sender, or follow a signal "
                     "it reports");

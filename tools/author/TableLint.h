@@ -49,7 +49,7 @@ Status loadTable(const std::string& path, J1939Table& out, std::string& error);
 struct RowUse {
     uint32_t row;
     double threshold;
-    std::string rule;  // "RULE 31"
+    std::string rule;  // "rule 31"
 };
 
 Status loadCanLog(const std::string& path, std::vector<zelj1939::CanFrame>& frames,

@@ -98,16 +98,20 @@ void trigger(std::ostringstream& svg, const RuleTrace::Trigger& trig, const Scal
                 << points << "\"/>\n";
         points.clear();
     };
+    double lastT = 0;
     for (const auto& s : trig.samples) {
-        if (std::isnan(s.second)) {
-            if (!std::isnan(last)) points += num(sx.x(s.first)) + "," + num(y(last)) + " ";
-            flush();
-        } else {
-            if (!std::isnan(last)) points += num(sx.x(s.first)) + "," + num(y(last)) + " ";
-            points += num(sx.x(s.first)) + "," + num(y(s.second)) + " ";
+        bool changed = std::isnan(last) != std::isnan(s.second) ||
+                       (!std::isnan(last) && last != s.second);
+        if (changed && !std::isnan(last)) {
+            points += num(sx.x(s.first)) + "," + num(y(last)) + " ";
+            if (std::isnan(s.second)) flush();
         }
+        if (changed && !std::isnan(s.second))
+            points += num(sx.x(s.first)) + "," + num(y(s.second)) + " ";
         last = s.second;
+        lastT = s.first;
     }
+    if (!std::isnan(last)) points += num(sx.x(lastT)) + "," + num(y(last)) + " ";
     flush();
 }
 

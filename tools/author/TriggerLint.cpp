@@ -27,7 +27,8 @@ const char* onWord(uint32_t e) {
     return "on";
 }
 
-void lintOnOff(RuleCheck& c, const std::string& where, const sInputTrigger& t) {
+void lintOnOff(RuleCheck& c, const std::string& where, const std::string& at,
+               const sInputTrigger& t) {
     const char* name = EVENT_NAME[t.Event].c_str();
     bool never = false, always = false;
     switch (t.Type) {
@@ -37,16 +38,17 @@ void lintOnOff(RuleCheck& c, const std::string& where, const sInputTrigger& t) {
     }
     if (!never && !always) return;
     addFinding(c.out, where, never ? "never-true" : "always-true",
-               format("%s %s %s is %s: %s reads 0.0 or 1.0", name, kComparisons[t.Type],
-                      number(t.Value).c_str(),
+               format("%s %s %s (%s) is %s: %s reads 0.0 or 1.0", name, kComparisons[t.Type],
+                      number(t.Value).c_str(), at.c_str(),
                       never ? "never true" : "true whatever the signal", name),
                format("write %s EQ 1.0 for %s, EQ 0.0 for off", name, onWord(t.Event)));
 }
 
-void lintJ1939(RuleCheck& c, const std::string& where, const sInputTrigger& t) {
+void lintJ1939(RuleCheck& c, const std::string& where, const std::string& at,
+               const sInputTrigger& t) {
     uint32_t row = t.Event - kFirstJ1939;
     const char* name = EVENT_NAME[t.Event].c_str();
-    if (t.Type == GT) c.uses.push_back(RowUse{row, t.Value, where});
+    if (t.Type == GT) c.uses.push_back(RowUse{row, t.Value, "rule " + where.substr(5)});
     if (c.table == NULL) return;
     const J1939Table& table = *c.table;
     std::string problem;
@@ -63,7 +65,8 @@ void lintJ1939(RuleCheck& c, const std::string& where, const sInputTrigger& t) {
         problem = format("%s reads table row %u, whose group %llu goes to row %d first", name,
                          row, static_cast<unsigned long long>(table.rows[row].pgn), fed);
     }
-    addFinding(c.out, where, "j1939-row-unfed", problem + ": the trigger is never true",
+    addFinding(c.out, where, "j1939-row-unfed",
+               problem + " (" + at + "): the trigger is never true",
                "row n of the table is event J1939n, counted from 0: check the event's number "
                "against the table");
 }
@@ -168,15 +171,15 @@ void lintTriggers(RuleCheck& c, const Json::Value& rule, const ZelAlertPara_t& p
                        "written in one rule");
         }
         if (defaulted) continue;
-        if (isOnOff(k)) lintOnOff(c, where, *t);
+        if (isOnOff(k)) lintOnOff(c, where, at, *t);
         if (isMeasured(k) && t->Type == EQ && t->Value != 0.0) {
             addFinding(c.out, where, "exact-equal",
-                       format("%s EQ %s holds only at exactly that value, which a measured "
-                              "%s seldom has",
-                              name.c_str(), number(t->Value).c_str(), name.c_str()),
+                       format("%s EQ %s (%s) holds only at exactly that value, which a "
+                              "measured %s seldom has",
+                              name.c_str(), number(t->Value).c_str(), at.c_str(), name.c_str()),
                        "compare with GT or LT");
         }
-        if (k >= kFirstJ1939 && k <= kLastJ1939) lintJ1939(c, where, *t);
+        if (k >= kFirstJ1939 && k <= kLastJ1939) lintJ1939(c, where, at, *t);
     }
 }
 

@@ -112,9 +112,10 @@ void lintWindow(RuleCheck& c, const Json::Value& rule, const std::string& where)
     if (start.state == kSet && end.state == kSet) {
         if (start.seconds() > end.seconds()) {
             addFinding(c.out, where, "window-never",
-                       format("the window %s to %s starts later in the day than it ends, so "
-                              "it is never open (windows don't wrap past midnight)",
-                              start.clock().c_str(), end.clock().c_str()),
+                       format("the window %s to %s (%s) starts later in the day than it "
+                              "ends, so it is never open (windows don't wrap past midnight)",
+                              start.clock().c_str(), end.clock().c_str(),
+                              c.file.at(rule["STARTIME"]).c_str()),
                        format("split it into two rules with their own ids: %s to 23:59:59, "
                               "and 00:00:01 to %s",
                               start.clock().c_str(), end.clock().c_str()));
@@ -129,9 +130,10 @@ void lintWindow(RuleCheck& c, const Json::Value& rule, const std::string& where)
                                    other.text.c_str())
                           : format("there is no usable %s", other.key);
     addFinding(c.out, where, "window-ignored",
-               format("only %s %s counts as a bound (%s), and a window needs both, so the rule "
-                      "holds all day",
-                      set->key, set->clock().c_str(), why.c_str()),
+               format("only %s %s (%s) counts as a bound (%s), and a window needs both, so the "
+                      "rule holds all day",
+                      set->key, set->clock().c_str(), c.file.at(rule[set->key]).c_str(),
+                      why.c_str()),
                "give both bounds; midnight is 00:00:01 as a start and 23:59:59 as an end");
 }
 

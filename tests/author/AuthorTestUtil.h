@@ -1,0 +1,38 @@
+// Paths and small helpers shared by the zel-author tests.
+#ifndef ALERTZEL_TEST_AUTHORTESTUTIL_H
+#define ALERTZEL_TEST_AUTHORTESTUTIL_H
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace authortest {
+
+const std::string kData = AZ_AUTHOR_DATA_DIR;
+const std::string kExamples = AZ_EXAMPLES_DIR;
+const std::string kTraces = AZ_J1939_DATA_DIR;
+
+inline bool exists(const std::string& path) { return access(path.c_str(), R_OK) == 0; }
+
+// A file under a fresh folder of gtest's temporary directory.
+inline std::string writeTemp(const std::string& name, const std::string& content) {
+    std::string tmpl = ::testing::TempDir() + "authorXXXXXX";
+    char* dir = mkdtemp(&tmpl[0]);
+    EXPECT_NE(dir, nullptr);
+    std::string path = tmpl + "/" + name;
+    std::ofstream(path, std::ios::binary) << content;
+    return path;
+}
+
+}  // namespace authortest
+
+#define SKIP_WITHOUT_TRACE(path)                                                          \
+    if (!authortest::exists(path))                                                        \
+    GTEST_SKIP() << "truck trace " << (path) << " not found; these tests read the real " \
+                 << "traces from the shared data folder beside the repository"
+
+#endif  // ALERTZEL_TEST_AUTHORTESTUTIL_H

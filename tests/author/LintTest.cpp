@@ -1,0 +1,243 @@
+// Lint: every trap of a file built to hold them is reported, with nothing
+// else; the examples pass clean; tables as the service receives them; the
+// J1939 codes for missing values; and the program's exit statuses.
+#include <stdio.h>
+#include <sys/wait.h>
+
+#include "AuthorTestUtil.h"
+#include "ByteOrder.h"
+#include "Lint.h"
+#include "SignalRecords.h"
+#include "SignalTable.h"
+
+using namespace zelauthor;
+using authortest::kData;
+using authortest::kExamples;
+
+namespace {
+
+struct Expected {
+    const char* where;
+    const char* kind;
+    const char* detail;  // a piece of the text that says which trap it is
+};
+
+// tests/author/data/traps.json, traps.csv and traps.log, trap by trap.
+const Expected kTraps[] = {
+    {"RULE 1", "integer-threshold", "reads as GT 0.0 (the service logs \"EventName[14]"},
+    {"RULE 2", "unknown-key", "write \"SPEED\""},
+    {"RULE 2", "no-triggers", "no triggers"},
+    {"RULE 3", "window-never", "22:00:00 to 06:00:00"},
+    {"RULE 4", "datetime-refused", "code 13"},
+    {"RULE 4", "window-ignored", "no usable STARTIME"},
+    {"RULE 5", "duplicate-id", "first is at line 8"},
+    {"RULE 6", "no-triggers", "no triggers"},
+    {"RULE 8", "j1939-row-unfed", "goes to row 0"},
+    {"RULE 10", "unknown-key", "\"STARTIME\" (one T)"},
+    {"RULE 12", "never-true", "IN6 GT 1.0"},
+    {"RULE 13", "several-comparisons", "only GT 30.0 counts"},
+    {"RULE 14", "no-comparison", "(it has \"gt\")"},
+    {"RULE 15", "not-a-comparison", "\"SPEED\": 60.0"},
+    {"RULE 16", "bad-atleast", "2.5"},
+    {"RULE 17", "window-date", "write \"0/0/0 08:00:00\""},
+    {"RULE 18", "window-ignored", "all zero"},
+    {"RULE DUMMY100[17]", "no-id", "\"19\""},
+    {"RULE 21", "unknown-key", "\"J19392\""},
+    {"RULE 21", "no-triggers", "no triggers"},
+    {"RULE 22", "exact-equal", "EQ 55.5"},
+    {"RULE 23", "not-a-number", "\"60.0\""},
+    {"RULE 24", "empty-event", "{}"},
+    {"RULE 24", "no-triggers", "no triggers"},
+    {"RULE 25", "j1939-row-unfed", "doesn't fill"},
+    {"RULE 99", "area-without-rule", "no rule has id 99"},
+    {"SET", "area-key-form", "rename it \"RECT100\""},
+    {"SET", "duplicate-key", "'SPEED'"},
+    {"TABLE row 1", "shared-group", "shares group 65265 with row 0"},
+    {"TABLE row 3", "row-not-counting", "group number is 0"},
+    {"TABLE row 4", "row-not-counting", "length is 0"},
+    {"TABLE row 5", "destination-specific", "only frames sent to 0x00"},
+    {"CAN pgn 65265", "several-sources", "0x31: 20 frames, J1939 codes only"},
+    {"CAN pgn 65265", "not-available", "passes GT 100.0 of rule 9"},
+};
+
+bool matches(const Finding& f, const Expected& e) {
+    return f.where == e.where && f.kind == e.kind &&
+           (f.what + " " + f.advice).find(e.detail) != std::string::npos;
+}
+
+Findings lint(const std::string& rules, const std::string& table = "",
+              const std::string& can = "") {
+    Findings out;
+    std::string error;
+    EXPECT_NE(runLint(LintArgs{rules, table, can}, out, error), kUnreadable) << error;
+    EXPECT_EQ(error, "");
+    return out;
+}
+
+std::string all(const Findings& findings) {
+    std::string text;
+    for (const Finding& f : findings) text += f.where + ": [" + f.kind + "] " + f.what + "\n";
+    return text;
+}
+
+TEST(Lint, ReportsEveryTrapOfTheTrapFileAndNothingElse) {
+    Findings found = lint(kData + "/traps.json", kData + "/traps.csv", kData + "/traps.log");
+    for (const Expected& e : kTraps) {
+        bool seen = false;
+        for (const Finding& f : found) seen = seen || matches(f, e);
+        EXPECT_TRUE(seen) << e.where << " " << e.kind << " \"" << e.detail << "\" in\n"
+                          << all(found);
+    }
+    for (const Finding& f : found) {
+        bool expected = false;
+        for (const Expected& e : kTraps) expected = expected || matches(f, e);
+        EXPECT_TRUE(expected) << "unexpected: " << f.where << " [" << f.kind << "] " << f.what;
+    }
+}
+
+TEST(Lint, FindsNothingInTheExamples) {
+    struct Case {
+        std::string rules, table;
+    } cases[] = {
+        {kExamples + "/rules/fleet.json", kExamples + "/j1939/signals.csv"},
+        {kExamples + "/rules/speeding.json", ""},
+    };
+    for (const Case& c : cases) EXPECT_EQ(all(lint(c.rules, c.table)), "") << c.rules;
+}
+
+// A table as the service receives it can hold what the CSV can't: an id of
+// 64 or more. Rules on such a row never hold.
+TEST(Lint, BinaryTableRowWithAnIdBeyond63DoesNotCount) {
+    std::vector<zelj1939::SignalRow> rows(3);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        rows[i].name = "s";
+        rows[i].pgn = 65262 + static_cast<uint32_t>(i);
+        rows[i].startbyte = rows[i].startbit = 0;
+        rows[i].length = 8;
+        rows[i].resolution = 1;
+        rows[i].offset = 0;
+    }
+    std::vector<uint8_t> table = zelj1939::buildTablePayload(rows);
+    zel::putLe32(table.data() + J1939Param_t::kRowSize * 2, J1939Param_t::kId, 64);
+    std::string path = authortest::writeTemp(
+        "table.bin", std::string(table.begin(), table.end()));
+    std::string rules = authortest::writeTemp(
+        "rules.json", "{\"DUMMY100\": [{\"ID\": 1, \"J19392\": {\"GT\": 90.0}}]}");
+
+    Findings found = lint(rules, path);
+    ASSERT_EQ(found.size(), 2u) << all(found);
+    EXPECT_EQ(found[0].where, "RULE 1");
+    EXPECT_EQ(found[0].kind, "j1939-row-unfed");
+    EXPECT_EQ(found[1].where, "TABLE row 2");
+    EXPECT_EQ(found[1].kind, "row-not-counting");
+    EXPECT_NE(found[1].what.find("id 64"), std::string::npos) << found[1].what;
+}
+
+TEST(Lint, CsvRowsPastTheSixtyFourthAreLeftOut) {
+    std::string csv = "name,pgn,startbyte,startbit,length,resolution,offset\n";
+    for (int i = 0; i < 65; ++i) csv += "s" + std::to_string(i) + ",65" + std::to_string(100 + i) + ",0,0,8,1,0\n";
+    Findings found = lint(kExamples + "/rules/speeding.json", authortest::writeTemp("t.csv", csv));
+    ASSERT_EQ(found.size(), 1u) << all(found);
+    EXPECT_EQ(found[0].where, "TABLE row 64");
+    EXPECT_EQ(found[0].kind, "beyond-64");
+}
+
+// J1939 keeps the top of each field's range for "not available", "error"
+// and senders' own indicators.
+TEST(Lint, SpecialValuesByFieldWidth) {
+    struct Case {
+        uint64_t raw;
+        int32_t length;
+        const char* kind;  // NULL: a reading
+    } cases[] = {
+        {0xFA, 8, NULL},           {0xFB, 8, "reserved"},      {0xFE, 8, "error"},
+        {0xFF, 8, "not available"}, {0xFAFF, 16, NULL},        {0xFB00, 16, "reserved"},
+        {0xFE12, 16, "error"},     {0xFFFF, 16, "not available"},
+        {0xFAFFFFFF, 32, NULL},    {0xFB000000, 32, "reserved"},
+        {0xFFFFFFFF, 32, "not available"},
+        {1, 2, NULL},              {2, 2, "error"},            {3, 2, "not available"},
+        {1, 1, NULL},              {0xE, 4, "error"},          {0xF, 4, "not available"},
+    };
+    for (const Case& c : cases) {
+        const char* kind = specialValue(c.raw, c.length);
+        EXPECT_STREQ(kind, c.kind) << std::hex << c.raw << " in " << std::dec << c.length
+                                   << " bits";
+    }
+}
+
+TEST(Lint, RuleFileFormsAllComeOutAsTheWholeSet) {
+    struct Case {
+        const char* text;
+        size_t rules;
+        size_t rectAreas;
+        const char* error;  // "" when the file loads
+    } cases[] = {
+        {"{\"DUMMY100\": [{\"ID\": 1}], \"RECT100\": [{\"ID\": 1}]}", 1, 1, ""},
+        {"{\"DUMMY100\": [{\"ID\": 1}]}", 1, 0, ""},
+        {"{\"DUMMY\": [{\"ID\": 1}, {\"ID\": 2}], \"RECT\": [{\"ID\": 2}]}", 2, 1, ""},
+        {"[{\"ID\": 1}]", 1, 0, ""},
+        {"{\"RULES\": []}", 0, 0, ":1: a rule set is an object"},
+        {"{\n\"DUMMY100\": [\n{\"ID\": 1,}\n]}", 0, 0, ":3: "},
+    };
+    for (const Case& c : cases) {
+        RuleFile file;
+        std::string error;
+        std::string path = authortest::writeTemp("r.json", c.text);
+        Status s = loadRuleFile(path, file, error);
+        if (*c.error) {
+            EXPECT_EQ(s, kFound) << c.text;
+            EXPECT_NE(error.find(path + c.error), std::string::npos) << error;
+            continue;
+        }
+        ASSERT_EQ(s, kClean) << error;
+        EXPECT_EQ(file.wholeSet["DUMMY100"].size(), c.rules) << c.text;
+        EXPECT_EQ(file.wholeSet["RECT100"].size(), c.rectAreas) << c.text;
+        EXPECT_TRUE(file.wholeSet["CIRCLE100"].isArray()) << c.text;
+    }
+}
+
+// The program as zelctl runs it: its exit status and where its message goes.
+int run(const std::string& args, std::string& output) {
+    std::string command = std::string(ZEL_AUTHOR_BIN) + " " + args + " 2>&1";
+    FILE* p = popen(command.c_str(), "r");
+    if (p == NULL) return -1;
+    output.clear();
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) output.append(buf, n);
+    int status = pclose(p);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(AuthorProgram, ExitStatusAndMessage) {
+    std::string bad = authortest::writeTemp("bad.json", "{\n  \"DUMMY100\": [\n    {\"ID\": 1,,}\n]}");
+    std::string fleet = kExamples + "/rules/fleet.json";
+    struct Case {
+        std::string args;
+        int status;
+        std::string says;
+    } cases[] = {
+        {"--help", 0, "examples:"},
+        {"lint " + fleet + " --j1939 " + kExamples + "/j1939/signals.csv", 0, ""},
+        {"lint " + kData + "/traps.json", 1, "RULE 1: SPEED \"GT\": 60"},
+        {"lint " + bad, 1, bad + ":3: "},
+        {"lint /nonexistent/rules.json", 2, "/nonexistent/rules.json: No such file"},
+        {"lint " + fleet + " --can " + kData + "/traps.log", 1, "add --j1939"},
+        {"lint", 1, "no rule set given"},
+        {"frobnicate", 1, "unknown command 'frobnicate'"},
+        {"replay " + fleet + " --clock 25:00:00", 1, "--clock 25:00:00"},
+        {"replay " + fleet + " --scenario /nonexistent/road.scn", 2, "/nonexistent/road.scn"},
+        {"replay " + fleet + " --scenario " + kExamples + "/scenarios/road.scn --until 15", 0,
+         "       7      6.0     11."},
+    };
+    for (const Case& c : cases) {
+        std::string out;
+        EXPECT_EQ(run(c.args, out), c.status) << c.args << "\n" << out;
+        if (c.says.empty())
+            EXPECT_EQ(out, "") << c.args;
+        else
+            EXPECT_NE(out.find(c.says), std::string::npos) << c.args << "\n" << out;
+    }
+}
+
+}  // namespace

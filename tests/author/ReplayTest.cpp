@@ -1,0 +1,203 @@
+// Replay: the example scenario walks each rule of the example fleet set once,
+// at the times the rules ask; the windows follow the device clock; a real
+// truck trace gives the same episodes in both candump forms, and shows the
+// trap lint warns of; the timeline picture is well-formed.
+#include <map>
+#include <vector>
+
+#include "AuthorTestUtil.h"
+#include "Lint.h"
+#include "Replay.h"
+#include "Timeline.h"
+
+using namespace zelauthor;
+using authortest::kData;
+using authortest::kExamples;
+using authortest::kTraces;
+
+namespace {
+
+// A step lands at its time and the next pass runs within a cycle: 100 ms of
+// sleep plus a wait of up to 500 ms.
+const double kCycle = 0.7;
+
+ReplayResult replay(ReplayArgs args) {
+    ReplayResult r;
+    std::string error;
+    EXPECT_EQ(runReplay(args, r, error), kClean) << error;
+    return r;
+}
+
+ReplayResult road(const std::string& clock) {
+    ReplayArgs a;
+    a.rules = kExamples + "/rules/fleet.json";
+    a.scenario = kExamples + "/scenarios/road.scn";
+    a.clock = clock;
+    return replay(a);
+}
+
+std::map<uint32_t, std::vector<Episode>> byId(const ReplayResult& r) {
+    std::map<uint32_t, std::vector<Episode>> out;
+    for (const Episode& e : r.episodes) out[e.id].push_back(e);
+    return out;
+}
+
+// The rules of examples/rules/fleet.json against the steps of road.scn.
+struct Walk {
+    uint32_t id;
+    double holds;    // the step that makes all its conditions true
+    double atLeast;
+    double ends;     // the step that makes one false
+};
+const Walk kRoad[] = {
+    {7, 6, 5, 14},    // speeding
+    {11, 16, 0, 17},  // harsh braking
+    {20, 19, 0, 20},  // panic key
+    {31, 22, 5, 30},  // coolant
+    {60, 32, 3, 38},  // speed limit in the depot yard
+    {32, 42, 10, 56}, // low battery
+    {70, 44, 2, 48},  // motion while parked
+    {40, 50, 2, 54},  // door in the evening
+};
+
+void expectWalk(const ReplayResult& r, const Walk& w) {
+    SCOPED_TRACE("alert " + std::to_string(w.id));
+    auto episodes = byId(r)[w.id];
+    ASSERT_EQ(episodes.size(), 1u);
+    const Episode& e = episodes[0];
+    EXPECT_EQ(e.heldSince, w.holds);
+    EXPECT_GE(e.rose, w.holds + w.atLeast);
+    EXPECT_LT(e.rose, w.holds + w.atLeast + kCycle);
+    EXPECT_GE(e.ended, w.ends);
+    EXPECT_LT(e.ended, w.ends + kCycle);
+}
+
+TEST(Replay, RoadScenarioWalksEachRuleOfTheFleetSet) {
+    ReplayResult r = road("19:00:00");
+    EXPECT_EQ(r.clockAtZero, "2026/03/05 19:00:00");
+    for (const Walk& w : kRoad) expectWalk(r, w);
+    EXPECT_EQ(r.episodes.size(), sizeof kRoad / sizeof kRoad[0]);
+    EXPECT_EQ(r.records.size(), 2 * r.episodes.size());
+    EXPECT_EQ(r.logFrames, r.episodes.size());
+}
+
+TEST(Replay, DoorRulesFollowTheDeviceClock) {
+    struct Case {
+        const char* clock;
+        uint32_t door;  // the door rule that rises, 0 for none
+    } cases[] = {
+        {"12:00:00", 0},
+        {"19:00:00", 40},
+        {"2026/03/06 03:00:00", 41},
+        {"05:59:00", 41},  // opens at 05:59:50, rises at 05:59:52, a breath before 06:00
+        {"06:00:00", 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.clock);
+        auto episodes = byId(road(c.clock));
+        EXPECT_EQ(episodes.count(40), c.door == 40 ? 1u : 0u);
+        EXPECT_EQ(episodes.count(41), c.door == 41 ? 1u : 0u);
+        EXPECT_EQ(episodes[7].size(), 1u);
+    }
+}
+
+TEST(Replay, UntilCutsTheRunAndLeavesAlertsRunning) {
+    ReplayArgs a;
+    a.rules = kExamples + "/rules/fleet.json";
+    a.scenario = kExamples + "/scenarios/road.scn";
+    a.until = 12;
+    ReplayResult r = replay(a);
+    ASSERT_EQ(r.episodes.size(), 1u);
+    EXPECT_EQ(r.episodes[0].id, 7u);
+    EXPECT_LT(r.episodes[0].ended, 0);
+    EXPECT_LT(r.duration, 12 + kCycle);
+}
+
+TEST(Replay, TimelineHasOneGroupPerRuleAndIsWellFormed) {
+    ReplayResult r = road("19:00:00");
+    std::string svg = timelineSvg(r);
+    ASSERT_EQ(svg.compare(0, 5, "<svg "), 0);
+    size_t groups = 0;
+    for (size_t at = svg.find("<g class=\"rule\""); at != std::string::npos;
+         at = svg.find("<g class=\"rule\"", at + 1))
+        ++groups;
+    EXPECT_EQ(groups, r.rules.size());
+    EXPECT_EQ(groups, 9u);
+
+    // Every element closes, in order, inside the one root.
+    std::vector<std::string> open;
+    int roots = 0;
+    for (size_t at = svg.find('<'); at != std::string::npos; at = svg.find('<', at + 1)) {
+        size_t end = svg.find('>', at);
+        ASSERT_NE(end, std::string::npos);
+        std::string tag = svg.substr(at + 1, end - at - 1);
+        if (tag[0] == '/') {
+            ASSERT_FALSE(open.empty()) << tag;
+            EXPECT_EQ("/" + open.back(), tag);
+            open.pop_back();
+        } else if (tag.back() != '/') {
+            if (open.empty()) ++roots;
+            open.push_back(tag.substr(0, tag.find(' ')));
+        }
+    }
+    EXPECT_TRUE(open.empty());
+    EXPECT_EQ(roots, 1);
+    // The speeding rule's group shows it holding, then running.
+    size_t first = svg.find("data-alert=\"7\"");
+    size_t next = svg.find("<g class=\"rule\"", first);
+    std::string group = svg.substr(first, next - first);
+    EXPECT_NE(group.find("class=\"holding\""), std::string::npos);
+    EXPECT_NE(group.find("class=\"running\""), std::string::npos);
+    EXPECT_NE(group.find("SPEED GT 60.0"), std::string::npos);
+}
+
+// Engine speed above 1500 rpm, and a wheel speed above 200 km/h that no
+// truck drives: the cab controller sends the wheel speed as "not available"
+// (0xFFFF, 256 km/h), which the service reads as a value.
+const char* const kTruckRules =
+    "{\"DUMMY100\": [{\"ID\": 90, \"ATLEAST\": 2, \"J19391\": {\"GT\": 1500.0}},"
+    "                {\"ID\": 93, \"ATLEAST\": 0, \"J19390\": {\"GT\": 200.0}}]}";
+
+TEST(Replay, TruckTraceGivesTheSameEpisodesInBothCandumpForms) {
+    std::string compact = kTraces + "/normal.candump.log";
+    std::string spaced = kTraces + "/normal.log";
+    SKIP_WITHOUT_TRACE(compact);
+    SKIP_WITHOUT_TRACE(spaced);
+    ReplayArgs a;
+    a.rules = authortest::writeTemp("truck.json", kTruckRules);
+    a.table = kExamples + "/j1939/signals.csv";
+    a.can = compact;
+    ReplayResult r = replay(a);
+    a.can = spaced;
+    ReplayResult again = replay(a);
+
+    auto episodes = byId(r);
+    ASSERT_FALSE(episodes[90].empty());
+    for (const Episode& e : episodes[90]) EXPECT_GE(e.rose - e.heldSince, 2.0);
+    EXPECT_FALSE(episodes[93].empty());
+    EXPECT_GT(r.duration, 30.0);
+
+    ASSERT_EQ(again.records.size(), r.records.size());
+    for (size_t i = 0; i < r.records.size(); ++i) {
+        EXPECT_EQ(again.records[i].id, r.records[i].id) << i;
+        EXPECT_EQ(again.records[i].ended, r.records[i].ended) << i;
+        EXPECT_NEAR(again.records[i].at, r.records[i].at, 1e-6) << i;
+    }
+}
+
+TEST(Replay, LintWarnsOfWhatTheTruckTraceDoesToAGtRule) {
+    std::string trace = kTraces + "/normal.candump.log";
+    SKIP_WITHOUT_TRACE(trace);
+    Findings found;
+    std::string error;
+    runLint(LintArgs{authortest::writeTemp("truck.json", kTruckRules),
+                     kExamples + "/j1939/signals.csv", trace},
+            found, error);
+    bool warned = false;
+    for (const Finding& f : found)
+        warned = warned || (f.where == "CAN pgn 65265" && f.kind == "not-available" &&
+                            f.what.find("rule 93") != std::string::npos);
+    EXPECT_TRUE(warned) << error;
+}
+
+}  // namespace
