@@ -33,9 +33,10 @@ typedef std::vector<zelscenario::Step> Steps;
 const unsigned int kCmdRules = 8;
 const unsigned int kCmdAreas = 11;
 const int kSetupCycles = 50;
-// Steps go into the harness this far ahead of the virtual clock, so that its
-// queue stays short however long the drive.
-const int64_t kLookaheadUs = 1000000;
+// Steps go into the harness this far ahead of the virtual clock: beyond the
+// 500 ms that one cycle's wait may skip, so that no step is passed over, and
+// no further, since the harness scans its whole queue for each message.
+const int64_t kLookaheadUs = 600000;
 
 const size_t kListHead = 8;
 const size_t kRecordSize = 32;
@@ -236,6 +237,7 @@ std::vector<Episode> episodesOf(const std::vector<Record>& records, int64_t devi
 
 Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) {
     out = ReplayResult();
+    auto wallStart = std::chrono::steady_clock::now();
     RuleFile file;
     Status s = loadRuleFile(args.rules, file, error);
     if (s != kClean) return s;
@@ -250,7 +252,6 @@ Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) 
     out.steps = steps.size();
     double end = args.until >= 0 ? args.until : (steps.empty() ? 0 : steps.back().at) + kTailSeconds;
 
-    auto wallStart = std::chrono::steady_clock::now();
     harness::Harness h;
     h.setDeviceTime(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
     h.start();
