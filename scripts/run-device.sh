@@ -1,22 +1,61 @@
 #!/usr/bin/env bash
-# Builds the plug-in and the device's stand-ins, then runs the device on this
-# PC on a private bus: broker, watchdog peer, a bus monitor, and the host with
-# the plug-in. Stops by itself after DURATION seconds (default 25).
+# Builds the plug-in and the device's stand-ins, then runs the whole device on
+# this PC on a private bus: broker, storage peer, platform peer serving the
+# example rules, watchdog peer, the host with the plug-in, and zelctl watch
+# printing the alert timeline. It plays the example scenario (the road of one
+# alert: speed above 60 mph for more than 5 s, then down) and, beside it, a
+# CAN trace for a J1939 rule pushed at the start; it stops by itself and
+# leaves the decoded alert log and the timeline pictures in the run folder it
+# names at the end.
+#
+#   ./scripts/run-device.sh
+#   RULES=my-rules.json SCENARIO=my-drive.scn ./scripts/run-device.sh
+#   TRACE=drive.log ./scripts/run-device.sh     (any candump log, -l or -ta)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+repo=$(pwd)
 ./scripts/setup.sh
 
-duration=${DURATION:-25}
-cmake -S . -B build -DAZ_BUILD_TESTS=ON >/dev/null
-cmake --build build -j"$(nproc 2>/dev/null || echo 2)" \
-  --target q7x-busd q7x-host AlertZelManage zel-watchdog zel-busmon
-
-bin=build
+bin=${BUILD_DIR:-build}
+targets=(q7x-busd q7x-host AlertZelManage zel-storage zel-platform zel-watchdog zel-player
+         zelctl zel-canlog)
+[ -f tools/author/CMakeLists.txt ] && targets+=(zel-author)
+cmake -S . -B "$bin" -DAZ_BUILD_TESTS=ON >/dev/null
+cmake --build "$bin" -j"$(nproc 2>/dev/null || echo 2)" --target "${targets[@]}" >/dev/null
+prog() { find "$bin" -name "$1" -type f -perm -u+x -print -quit; }
 plugin=$(find "$bin" -name libAlertZelManage.so -print -quit)
-busd=$(find "$bin" -name q7x-busd -type f -print -quit)
-host=$(find "$bin" -name q7x-host -type f -print -quit)
+zelctl=$(prog zelctl)
+player=$(prog zel-player)
+
+# The fleet's rule set and its road when present, else the speeding example.
+if [ -z "${RULES:-}" ]; then
+  if [ -f examples/rules/fleet.json ] && [ -f examples/scenarios/road.scn ]; then
+    RULES=examples/rules/fleet.json SCENARIO=${SCENARIO:-examples/scenarios/road.scn}
+  else
+    RULES=examples/rules/speeding.json
+  fi
+fi
+SCENARIO=${SCENARIO:-examples/scenarios/speeding.scn}
+
 run=$(mktemp -d /tmp/zel-device.XXXXXX)
 export Q7X_BUS_PATH=$run/bus.sock
+
+# A recorded truck drive where the shared data lies beside the repository
+# (read in place, never copied); otherwise a made-up drive of our own.
+trace=${TRACE:-../shared/data/j1939/normal.log}
+if [ ! -f "$trace" ]; then
+  trace=$run/drive.log
+  "$(prog zel-canlog)" "$trace"
+fi
+trace=$(cd "$(dirname "$trace")" && pwd)/$(basename "$trace")
+# The trace plays beside the scenario from its start: the example scenarios
+# send no J1939 frames from 1 s to 21 s, and none for oil pressure.
+{
+  echo "# Oil pressure (J19396 of the table) from the engine's EFL/P1 messages"
+  echo "# of a CAN trace, played 1.5 times as fast as it was recorded."
+  echo "0    j1939table $repo/examples/j1939/signals.csv"
+  echo "0.5  cantrace $trace x1.5"
+} >"$run/trace.scn"
 
 pids=()
 cleanup() {
@@ -25,19 +64,72 @@ cleanup() {
 }
 trap cleanup EXIT
 
-echo "== device on bus $Q7X_BUS_PATH for ${duration}s (logs in $run)"
-"$busd" 2>"$run/busd.log" & pids+=($!)
-for _ in $(seq 50); do [ -S "$Q7X_BUS_PATH" ] && break; sleep 0.1; done
-"$bin/peers/zel-watchdog" & pids+=($!)
-"$bin/peers/zel-busmon" 1289 1071 1032 475 3215 & pids+=($!)
-sleep 0.3
+# Waits up to $2 seconds for a line matching $3 in file $1.
+wait_for() {
+  for _ in $(seq $(($2 * 10))); do grep -q -- "$3" "$1" 2>/dev/null && return 0; sleep 0.1; done
+  return 1
+}
+say() { printf '\n== %s\n' "$*"; }
 
-"$host" "$plugin" 2> >(tee "$run/service.log" >&2) &
-host_pid=$!
-sleep "$duration"
-kill -TERM "$host_pid"
+say "device on bus $Q7X_BUS_PATH: rules $RULES"
+outs=("$run"/{platform,watchdog,watch,player,trace,storage}.out)
+touch "${outs[@]}"
+tail -q -n +1 -F "${outs[@]}" 2>/dev/null & pids+=($!)
+"$(prog q7x-busd)" 2>"$run/busd.err" & pids+=($!)
+for _ in $(seq 50); do [ -S "$Q7X_BUS_PATH" ] && break; sleep 0.1; done
+"$(prog zel-platform)" serve "$RULES" >"$run/platform.out" 2>&1 & pids+=($!)
+"$(prog zel-watchdog)" >"$run/watchdog.out" 2>&1 & pids+=($!)
+"$zelctl" watch >"$run/watch.out" 2>&1 & pids+=($!)
+# Both players start their clocks when the service asks for its rules; the
+# first answers the service's start requests.
+"$player" "$SCENARIO" --wait-for 6796 >"$run/player.out" 2>&1 & road=$!
+"$player" "$run/trace.scn" --wait-for 6796 --no-replies >"$run/trace.out" 2>&1 & drive=$!
+pids+=("$road" "$drive")
+wait_for "$run/player.out" 30 "waiting for message"
+wait_for "$run/trace.out" 30 "waiting for message"
+"$(prog q7x-host)" "$plugin" >"$run/service.log" 2>&1 & host=$!
+pids+=("$host")
+# Storage comes up once the service listens, so its first announcement counts.
+wait_for "$run/player.out" 30 "answered request" || true
+"$(prog zel-storage)" "$run/logs" >"$run/storage.out" 2>&1 & pids+=($!)
+
+wait_for "$run/platform.out" 30 "answered the area state"
+clock=$(date '+%Y/%m/%d %H:%M:%S')
+say "playing $SCENARIO; a J1939 rule on $trace"
+"$zelctl" rules push 1 examples/rules/oil-pressure.json
+if wait_for "$run/watch.out" 60 " began "; then
+  sleep 1
+  say "zelctl state"
+  "$zelctl" state || true
+  echo
+fi
+wait "$road" "$drive" || true
+sleep 1
+
+say "stopping the device"
+kill -TERM "$host"
 status=0
-wait "$host_pid" || status=$?
-sleep 0.3
-echo "== host exited with status $status"
+wait "$host" || status=$?
+sleep 0.5
+cleanup
+pids=()
+trap - EXIT
+
+say "the alert log: zelctl log $run/logs"
+"$zelctl" log "$run/logs" | tee "$run/alert-log.txt"
+
+say "timeline pictures"
+if [ -x "$(dirname "$zelctl")/zel-author" ]; then
+  # Replays on the clock of this run, so that time windows agree.
+  "$zelctl" replay "$RULES" --scenario "$SCENARIO" --clock "$clock" --svg "$run/road.svg" \
+    >"$run/road-replay.txt" && echo "road.svg: $RULES over $SCENARIO"
+  "$zelctl" replay examples/rules/oil-pressure.json --scenario "$run/trace.scn" --clock "$clock" \
+    --svg "$run/j1939.svg" >"$run/j1939-replay.txt" &&
+    echo "j1939.svg: examples/rules/oil-pressure.json over the trace"
+else
+  echo "skipped: zel-author is not built, so there is no replay to draw from"
+fi
+
+say "done (host exit status $status); everything is in $run:"
+ls "$run"
 exit "$status"
