@@ -57,8 +57,13 @@ void CAlertZelManage::upDateTrigger(sInputTrigger& trigger, unsigned int& atLeas
         checkAlprValue(trigger, atLeast, EventMark, result);
 }
 
+// The plain value of an event. PANIC and the J1939 rows have values that may
+// be missing (panicValue, m_J1939Value); for them this gives 0.0.
 double CAlertZelManage::familyValue(uint32_t event) const {
     if (event <= kEventIn8) return m_IoState[event - kEventIn1] ? 1.0 : 0.0;
+    if (event == kEventPanic || (event >= kEventJ1939First && event <= kEventJ1939Last) ||
+        event >= kEventCount)
+        return 0.0;
     if (event <= kEventAccelZ) return m_Accel[event - kEventAccelX];
     if (event == kEventGps) return static_cast<double>(m_GpsInfo[kGpsStateOffset]);
     if (event == kEventIgnition) return m_Ignition;
