@@ -22,9 +22,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr size_t kRxBatch = 32;  // frames per recvmmsg
+constexpr size_t kRxBatch = 64;  // frames per recvmmsg
 constexpr size_t kTxBatch = 64;  // frames per sendmmsg
 constexpr int kSocketBuffer = 1 << 20;
+// Frames kept for reuse once every queue is done with them: how many, and
+// up to what size. CAN traffic then allocates nothing per frame.
+constexpr size_t kMaxFreeFrames = 1024;
+constexpr size_t kReuseCapacity = 4096;
 constexpr mode_t kSocketMode = 0600;
 
 // epoll tags: client ids are 32-bit and start at 1.
@@ -38,7 +42,7 @@ struct CBusBroker::Client {
     int fd = -1;
     int appId = -1;
     std::unordered_set<uint32_t> subs;
-    std::deque<FramePtr> out;
+    std::deque<Frame*> out;
     size_t outBytes = 0;
     bool dirty = false;
     bool wantWrite = false;
@@ -55,7 +59,11 @@ CBusBroker::CBusBroker(std::string path)
       m_txMsgs(kTxBatch) {}
 
 CBusBroker::~CBusBroker() {
-    for (auto& kv : m_clients) close(kv.second->fd);
+    for (auto& kv : m_clients) {
+        close(kv.second->fd);
+        for (Frame* f : kv.second->out) Release(f);
+    }
+    for (Frame* f : m_freeFrames) delete f;
     if (m_listen >= 0) close(m_listen);
     if (m_epoll >= 0) close(m_epoll);
     if (m_stop >= 0) close(m_stop);
@@ -274,7 +282,8 @@ void CBusBroker::Handle(Client& c, const unsigned char* f, size_t n) {
 }
 
 void CBusBroker::Route(Client& from, const unsigned char* f, size_t n, uint32_t op) {
-    std::vector<Client*> to;
+    std::vector<Client*>& to = m_route;
+    to.clear();
     if (op == kOpResponse) {
         auto it = m_clients.find(Load32(f + kOffPeer));
         if (it == m_clients.end()) return;  // the requester has left
@@ -290,15 +299,37 @@ void CBusBroker::Route(Client& from, const unsigned char* f, size_t n, uint32_t 
     }
     if (to.empty()) return;
     // One copy, shared by every queue it joins.
-    auto frame = std::make_shared<std::vector<unsigned char>>(f, f + n);
-    Store32(frame->data() + kOffOp, kOpDeliver);
-    Store32(frame->data() + kOffPeer, from.id);
-    FramePtr shared = std::move(frame);
-    for (Client* c : to) Enqueue(*c, shared);
+    Frame* frame = NewFrame(f, n);
+    Store32(frame->bytes.data() + kOffOp, kOpDeliver);
+    Store32(frame->bytes.data() + kOffPeer, from.id);
+    ++frame->refs;  // held while it is handed round
+    for (Client* c : to) Enqueue(*c, frame);
+    Release(frame);
 }
 
-void CBusBroker::Enqueue(Client& to, const FramePtr& frame) {
-    if (to.out.size() >= kMaxQueuedFrames || to.outBytes + frame->size() > kMaxQueuedBytes) {
+CBusBroker::Frame* CBusBroker::NewFrame(const unsigned char* f, size_t n) {
+    Frame* frame;
+    if (m_freeFrames.empty()) {
+        frame = new Frame;
+    } else {
+        frame = m_freeFrames.back();
+        m_freeFrames.pop_back();
+    }
+    frame->bytes.assign(f, f + n);
+    return frame;
+}
+
+void CBusBroker::Release(Frame* frame) {
+    if (--frame->refs > 0) return;
+    if (frame->bytes.capacity() <= kReuseCapacity && m_freeFrames.size() < kMaxFreeFrames)
+        m_freeFrames.push_back(frame);
+    else
+        delete frame;
+}
+
+void CBusBroker::Enqueue(Client& to, Frame* frame) {
+    if (to.out.size() >= kMaxQueuedFrames ||
+        to.outBytes + frame->bytes.size() > kMaxQueuedBytes) {
         ++to.dropped;
         m_dropped.fetch_add(1, std::memory_order_relaxed);
         const auto now = Clock::now();
@@ -309,8 +340,9 @@ void CBusBroker::Enqueue(Client& to, const FramePtr& frame) {
         }
         return;
     }
+    ++frame->refs;
     to.out.push_back(frame);
-    to.outBytes += frame->size();
+    to.outBytes += frame->bytes.size();
     if (!to.dirty) {
         to.dirty = true;
         m_dirty.push_back(to.id);
@@ -320,22 +352,22 @@ void CBusBroker::Enqueue(Client& to, const FramePtr& frame) {
 void CBusBroker::FlushDirty() {
     // Flush may close a client, which never adds to m_dirty; swap anyway so
     // that the loop runs over a list nobody changes.
-    std::vector<uint32_t> dirty;
-    dirty.swap(m_dirty);
-    for (uint32_t id : dirty) {
+    m_flushing.swap(m_dirty);
+    for (uint32_t id : m_flushing) {
         auto it = m_clients.find(id);
         if (it == m_clients.end()) continue;
         it->second->dirty = false;
         Flush(*it->second);
     }
+    m_flushing.clear();
 }
 
 void CBusBroker::Flush(Client& c) {
     while (!c.out.empty()) {
         const size_t k = std::min(c.out.size(), kTxBatch);
         for (size_t i = 0; i < k; ++i) {
-            m_txIov[i].iov_base = const_cast<unsigned char*>(c.out[i]->data());
-            m_txIov[i].iov_len = c.out[i]->size();
+            m_txIov[i].iov_base = c.out[i]->bytes.data();
+            m_txIov[i].iov_len = c.out[i]->bytes.size();
             m_txMsgs[i] = {};
             m_txMsgs[i].msg_hdr.msg_iov = &m_txIov[i];
             m_txMsgs[i].msg_hdr.msg_iovlen = 1;
@@ -352,7 +384,8 @@ void CBusBroker::Flush(Client& c) {
             return;
         }
         for (int i = 0; i < sent; ++i) {
-            c.outBytes -= c.out.front()->size();
+            c.outBytes -= c.out.front()->bytes.size();
+            Release(c.out.front());
             c.out.pop_front();
         }
         m_delivered.fetch_add(static_cast<uint64_t>(sent), std::memory_order_relaxed);
@@ -394,6 +427,7 @@ void CBusBroker::Close(uint32_t id, const char* why) {
     for (uint32_t msgId : subs) Unsubscribe(c, msgId);
     epoll_ctl(m_epoll, EPOLL_CTL_DEL, c.fd, nullptr);
     close(c.fd);
+    for (Frame* f : c.out) Release(f);
     if (c.dropped > 0)
         Q7X_LOG(2, "client %u (app %d) left (%s); %llu messages were dropped for it\n", c.id,
                 c.appId, why, static_cast<unsigned long long>(c.dropped));

@@ -59,13 +59,20 @@ public:
 
 private:
     struct Client;
-    using FramePtr = std::shared_ptr<const std::vector<unsigned char>>;
+    // A frame shared by the queues it joins. The loop is the only thread that
+    // touches frames, so the count is a plain one.
+    struct Frame {
+        size_t refs = 0;
+        std::vector<unsigned char> bytes;
+    };
 
     void AcceptAll();
     size_t ReadFrom(uint32_t id);
     void Handle(Client& c, const unsigned char* f, size_t n);
     void Route(Client& from, const unsigned char* f, size_t n, uint32_t op);
-    void Enqueue(Client& to, const FramePtr& frame);
+    void Enqueue(Client& to, Frame* frame);
+    Frame* NewFrame(const unsigned char* f, size_t n);
+    void Release(Frame* frame);
     void FlushDirty();
     void Flush(Client& c);
     void ArmWrite(Client& c, bool on);
@@ -86,6 +93,9 @@ private:
     std::unordered_map<uint32_t, std::unique_ptr<Client>> m_clients;
     std::unordered_map<uint32_t, std::vector<uint32_t>> m_subscribers;  // msg id -> client ids
     std::vector<uint32_t> m_dirty;                                      // clients to flush
+    std::vector<uint32_t> m_flushing;                                   // those being flushed
+    std::vector<Client*> m_route;      // receivers of the frame in hand
+    std::vector<Frame*> m_freeFrames;  // small frames kept for reuse
 
     std::unique_ptr<unsigned char[]> m_rxBlock;
     std::vector<struct iovec> m_rxIov;

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -26,6 +27,11 @@ constexpr std::chrono::milliseconds kSendStall{200};
 constexpr size_t kMaxDrain = 4096;
 // Frames up to 128 KiB plus the kernel's overhead must fit the send buffer.
 constexpr int kSendBuffer = 512 * 1024;
+// Payloads up to this size are sent from one buffer on the stack.
+constexpr size_t kInlinePayload = 2048;
+// Dispatched frames kept for reuse: how many, and up to what size.
+constexpr size_t kMaxSpare = 64;
+constexpr size_t kSpareCapacity = 4096;
 
 // Whole milliseconds until t, rounded up so that a wait never ends early.
 int MillisUntil(CBusClient::Clock::time_point t) {
@@ -42,7 +48,26 @@ bool PowerOfTwo(uint64_t n) { return n != 0 && (n & (n - 1)) == 0; }
 }  // namespace
 
 CBusClient::CBusClient(int appId, std::string path)
-    : m_appId(appId), m_path(std::move(path)), m_rx(kMaxFrame) {
+    : m_appId(appId), m_path(std::move(path)) {
+    // Slots start on page boundaries, so that handing the tail of one back
+    // to the kernel never touches the next.
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    m_slotStride = (kMaxFrame + page - 1) / page * page;
+    m_keepResident = (kKeepResident + page - 1) / page * page;
+    void* block = mmap(nullptr, kRxSlots * m_slotStride, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (block == MAP_FAILED) {
+        Q7X_LOG(1, "no memory for the receive slots: %s\n", strerror(errno));
+        abort();
+    }
+    m_rxBlock = static_cast<unsigned char*>(block);
+    for (size_t i = 0; i < kRxSlots; ++i) {
+        m_rxIov[i].iov_base = m_rxBlock + i * m_slotStride;
+        m_rxIov[i].iov_len = kMaxFrame;
+        m_rxMsgs[i] = {};
+        m_rxMsgs[i].msg_hdr.msg_iov = &m_rxIov[i];
+        m_rxMsgs[i].msg_hdr.msg_iovlen = 1;
+    }
     // An unconnected socket holds the descriptor number until the first
     // connect succeeds.
     m_fd = NewSeqpacketSocket();
@@ -56,6 +81,7 @@ CBusClient::CBusClient(int appId, std::string path)
 
 CBusClient::~CBusClient() {
     if (m_fd >= 0) close(m_fd);
+    munmap(m_rxBlock, kRxSlots * m_slotStride);
 }
 
 void CBusClient::ReconnectLocked(bool force) {
@@ -85,6 +111,7 @@ void CBusClient::ReconnectLocked(bool force) {
         }
     }
     m_connected = true;
+    m_rxEmpty = false;
     if (m_reportedLoss) {
         Q7X_LOG(3, "connected to the broker at %s\n", m_path.c_str());
         m_reportedLoss = false;
@@ -115,12 +142,16 @@ int CBusClient::SendFrameLocked(const struct iovec* iov, int iovcnt) {
     struct msghdr mh = {};
     mh.msg_iov = const_cast<struct iovec*>(iov);
     mh.msg_iovlen = static_cast<size_t>(iovcnt);
-    const auto deadline = Clock::now() + kSendStall;
+    Clock::time_point deadline{};  // taken on the first refusal only
     for (;;) {
-        if (sendmsg(m_fd, &mh, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0) return 0;
+        const int flags = MSG_NOSIGNAL | MSG_DONTWAIT;
+        const ssize_t rc = iovcnt == 1 ? send(m_fd, iov[0].iov_base, iov[0].iov_len, flags)
+                                       : sendmsg(m_fd, &mh, flags);
+        if (rc >= 0) return 0;
         const int err = errno;
         if (err == EINTR) continue;
         if (err == EAGAIN || err == EWOULDBLOCK) {
+            if (deadline == Clock::time_point{}) deadline = Clock::now() + kSendStall;
             const int ms = MillisUntil(deadline);
             if (ms > 0) {
                 struct pollfd p = {m_fd, POLLOUT, 0};
@@ -193,26 +224,52 @@ int CBusClient::Unregister(uint32_t id) {
 }
 
 void CBusClient::DrainLocked() {
-    for (size_t i = 0; i < kMaxDrain && m_connected; ++i) {
-        const ssize_t r = recv(m_fd, m_rx.data(), m_rx.size(), MSG_DONTWAIT | MSG_TRUNC);
-        if (r < 0) {
+    size_t got = 0;
+    while (got < kMaxDrain && m_connected) {
+        const int n = recvmmsg(m_fd, m_rxMsgs, kRxSlots, MSG_DONTWAIT, nullptr);
+        if (n < 0) {
             if (errno == EINTR) continue;
-            if (errno != EAGAIN && errno != EWOULDBLOCK) DisconnectedLocked(strerror(errno));
+            if (errno == EAGAIN || errno == EWOULDBLOCK)
+                m_rxEmpty = true;
+            else
+                DisconnectedLocked(strerror(errno));
             return;
         }
-        if (r == 0) {
-            DisconnectedLocked("connection closed");
+        for (int i = 0; i < n; ++i) {
+            const size_t len = m_rxMsgs[i].msg_len;
+            if (len == 0) {  // end of stream: a SEQPACKET peer that closed
+                DisconnectedLocked("connection closed");
+                return;
+            }
+            unsigned char* f = m_rxBlock + static_cast<size_t>(i) * m_slotStride;
+            TakeRecordLocked(f, (m_rxMsgs[i].msg_hdr.msg_flags & MSG_TRUNC) ? 0 : len);
+            if (len > m_keepResident)
+                madvise(f + m_keepResident, m_slotStride - m_keepResident, MADV_DONTNEED);
+        }
+        got += static_cast<size_t>(n);
+        // A short batch took all there was. Whatever comes later, the next
+        // wait's poll reports.
+        if (static_cast<size_t>(n) < kRxSlots) {
+            m_rxEmpty = true;
             return;
         }
-        const size_t n = static_cast<size_t>(r);
-        if (n > m_rx.size() || Load32(m_rx.data() + kOffOp) != kOpDeliver ||
-            !MessageFrameOk(m_rx.data(), n)) {
-            if (PowerOfTwo(++m_malformed))
-                Q7X_LOG(2, "%llu malformed frames from the broker dropped\n",
-                        static_cast<unsigned long long>(m_malformed));
-            continue;
-        }
-        m_inbox.emplace_back(m_rx.begin() + kOffHead, m_rx.begin() + static_cast<long>(n));
+    }
+}
+
+// One received record, n bytes (0 for one cut short by the slot).
+void CBusClient::TakeRecordLocked(const unsigned char* f, size_t n) {
+    if (n < kOffPayload || Load32(f + kOffOp) != kOpDeliver || !MessageFrameOk(f, n)) {
+        if (PowerOfTwo(++m_malformed))
+            Q7X_LOG(2, "%llu malformed frames from the broker dropped\n",
+                    static_cast<unsigned long long>(m_malformed));
+        return;
+    }
+    if (m_spare.empty()) {
+        m_inbox.emplace_back(f + kOffHead, f + n);
+    } else {
+        m_inbox.push_back(std::move(m_spare.back()));
+        m_spare.pop_back();
+        m_inbox.back().assign(f + kOffHead, f + n);
     }
 }
 
@@ -220,11 +277,14 @@ void CBusClient::DrainLocked() {
 // inside a callback carries on with the frames after the current one.
 int CBusClient::DispatchInbox() {
     int dispatched = 0;
+    Frame frame;
     for (;;) {
-        Frame frame;
         std::shared_ptr<Entry> entry;
         {
             std::lock_guard<std::mutex> lock(m_mu);
+            if (frame.capacity() > 0 && frame.capacity() <= kSpareCapacity &&
+                m_spare.size() < kMaxSpare)
+                m_spare.push_back(std::move(frame));
             if (m_inbox.empty()) break;
             frame = std::move(m_inbox.front());
             m_inbox.pop_front();
@@ -243,6 +303,7 @@ int CBusClient::DispatchInbox() {
 int CBusClient::Wait(int timeoutMs) {
     const bool forever = timeoutMs < 0;
     const auto deadline = Clock::now() + std::chrono::milliseconds(forever ? 0 : timeoutMs);
+    bool readable = false;
     for (;;) {
         int fd;
         bool connected;
@@ -250,7 +311,7 @@ int CBusClient::Wait(int timeoutMs) {
         {
             std::lock_guard<std::mutex> lock(m_mu);
             ReconnectLocked(false);
-            DrainLocked();
+            if (readable || !m_rxEmpty) DrainLocked();
             fd = m_fd;
             connected = m_connected;
             retryAt = m_nextAttempt;
@@ -262,7 +323,7 @@ int CBusClient::Wait(int timeoutMs) {
         if (ms == 0) return 0;
         if (connected) {
             struct pollfd p = {fd, POLLIN, 0};
-            poll(&p, 1, ms);
+            readable = poll(&p, 1, ms) != 0;  // ready, or an error to look at
         } else {
             const int retry = std::max(1, MillisUntil(retryAt));
             poll(nullptr, 0, ms < 0 ? retry : std::min(ms, retry));
@@ -272,17 +333,25 @@ int CBusClient::Wait(int timeoutMs) {
 
 int CBusClient::SendMessage(uint32_t op, uint32_t peer, uint32_t session, uint32_t idWord,
                             const void* payload, size_t len) {
-    unsigned char head[kOffPayload];
-    Store32(head + kOffOp, op);
-    Store32(head + kOffPeer, peer);
-    Store32(head + kOffSession, session);
-    Store32(head + kOffIdWord, idWord);
-    Store32(head + kOffLength, static_cast<uint32_t>(len));
-    struct iovec iov[2] = {{head, sizeof head}, {const_cast<void*>(payload), len}};
+    // Small payloads join the head in one buffer: one piece for the kernel
+    // to copy instead of two.
+    unsigned char frame[kOffPayload + kInlinePayload];
+    Store32(frame + kOffOp, op);
+    Store32(frame + kOffPeer, peer);
+    Store32(frame + kOffSession, session);
+    Store32(frame + kOffIdWord, idWord);
+    Store32(frame + kOffLength, static_cast<uint32_t>(len));
+    struct iovec iov[2] = {{frame, kOffPayload}, {const_cast<void*>(payload), len}};
+    int pieces = len > 0 ? 2 : 1;
+    if (len > 0 && len <= kInlinePayload) {
+        memcpy(frame + kOffPayload, payload, len);
+        iov[0].iov_len = kOffPayload + len;
+        pieces = 1;
+    }
 
     std::lock_guard<std::mutex> lock(m_mu);
     ReconnectLocked(false);
-    const int rc = m_connected ? SendFrameLocked(iov, len > 0 ? 2 : 1) : -1;
+    const int rc = m_connected ? SendFrameLocked(iov, pieces) : -1;
     if (rc != 0) m_dropped.fetch_add(1, std::memory_order_relaxed);
     return rc;
 }

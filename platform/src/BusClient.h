@@ -7,10 +7,17 @@
 //
 // No thread of its own: reconnection to a broker that went away happens inside
 // Wait and Send, at most once per kRetryInterval.
+//
+// Receiving takes up to kRxSlots frames per recvmmsg. Each slot has room for
+// the largest frame, but the block is mapped untouched, so a slot costs
+// resident memory only as far as frames have filled it; past kKeepResident
+// bytes a slot is handed back to the kernel after use.
 #ifndef Q7X_BUS_CLIENT_H
 #define Q7X_BUS_CLIENT_H
 
+#include <stddef.h>
 #include <stdint.h>
+#include <sys/socket.h>
 #include <sys/uio.h>
 
 #include <atomic>
@@ -30,6 +37,8 @@ class CBusClient {
 public:
     using Clock = std::chrono::steady_clock;
     static constexpr std::chrono::milliseconds kRetryInterval{150};
+    static constexpr size_t kRxSlots = 64;
+    static constexpr size_t kKeepResident = 16 * 1024;
 
     // path is used as given (callers apply ResolveBusPath). Tries to connect
     // at once; a missing broker only delays delivery.
@@ -64,6 +73,7 @@ private:
     void ReconnectLocked(bool force);
     void DisconnectedLocked(const char* why);
     void DrainLocked();
+    void TakeRecordLocked(const unsigned char* f, size_t n);
     int DispatchInbox();
 
     const int m_appId;
@@ -79,7 +89,15 @@ private:
     Clock::time_point m_nextAttempt{};
     std::map<uint32_t, std::shared_ptr<Entry>> m_callbacks;
     std::deque<Frame> m_inbox;
-    std::vector<unsigned char> m_rx;
+    std::vector<Frame> m_spare;  // dispatched small frames, kept for reuse
+    // Set when a drain found the socket empty: the next wait goes straight to
+    // poll, which tells it when there is more.
+    bool m_rxEmpty = false;
+    unsigned char* m_rxBlock = nullptr;  // kRxSlots slots of m_slotStride bytes, mapped
+    size_t m_slotStride = 0;             // kMaxFrame rounded up to whole pages
+    size_t m_keepResident = 0;           // kKeepResident rounded up to whole pages
+    struct iovec m_rxIov[kRxSlots];
+    struct mmsghdr m_rxMsgs[kRxSlots];
     uint64_t m_malformed = 0;
 
     std::atomic<uint32_t> m_session{0};

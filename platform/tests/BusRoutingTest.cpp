@@ -120,6 +120,32 @@ TEST_F(BusRouting, WaitDispatchesEverythingWaitingAndReturnsAtOnce) {
     EXPECT_EQ(ra.got.size(), 4u);
 }
 
+// More frames than the client takes in one receive batch, with sizes on both
+// sides of each of its boundaries (the inline send buffer, the part of a
+// receive slot kept resident) and the largest: each arrives whole, in order.
+TEST_F(BusRouting, BurstOfMixedSizesArrivesWholeAndInOrder) {
+    void* a = NewClient(1);
+    void* sender = NewClient(2);
+    Recorder ra;
+    Subscribe(a, ra, 0x42);
+    Sync(a, sender);
+    const size_t sizes[] = {0, 1, 64, 2047, 2048, 2049, 16 * 1024 - 20, 16 * 1024 + 1};
+    std::vector<std::string> sent;
+    for (size_t i = 0; i < 150; ++i) {
+        const size_t n = i % 50 == 49 ? q7x::kMaxPayload : sizes[i % std::size(sizes)];
+        std::string p(n, '\0');
+        for (size_t k = 0; k < n; ++k) p[k] = static_cast<char>(i * 31 + k);
+        sent.push_back(p);
+    }
+    for (const std::string& p : sent) ASSERT_EQ(Send(sender, 0x42, p), 0);
+    ASSERT_TRUE(WaitUntil(a, [&] { return ra.got.size() >= sent.size(); }));
+    ASSERT_EQ(ra.got.size(), sent.size());
+    for (size_t i = 0; i < sent.size(); ++i) {
+        EXPECT_EQ(ra.got[i].len, static_cast<int>(16 + sent[i].size())) << i;
+        EXPECT_TRUE(ra.got[i].payload == sent[i]) << i;
+    }
+}
+
 TEST_F(BusRouting, WaitWithNothingToDispatchLastsItsTimeout) {
     void* a = NewClient(1);
     Recorder ra;
