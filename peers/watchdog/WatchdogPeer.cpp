@@ -1,8 +1,8 @@
 // zel-watchdog: the device's watchdog, on a PC. Logs each start (6), feed (3)
 // and stop (7) with the service's name and timeout, and reports a service
-// whose feed did not come within its timeout.
+// whose feed did not come within its timeout, once per missed feed.
 //
-// Usage: zel-watchdog [--once-missed]   (stops on SIGINT or SIGTERM)
+// Usage: zel-watchdog   (stops on SIGINT or SIGTERM)
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
@@ -83,11 +83,14 @@ private:
 
 int main(int argc, char** argv) {
     if (argc > 1) {
-        fprintf(stderr,
+        bool asked = argc == 2 && (!strcmp(argv[1], "-h") || !strcmp(argv[1], "--help"));
+        fprintf(asked ? stdout : stderr,
                 "usage: zel-watchdog\n"
                 "  Logs watchdog starts (6), feeds (3) and stops (7) on the bus and reports\n"
-                "  a missed feed. Q7X_BUS_PATH selects the bus. Stops on SIGINT/SIGTERM.\n");
-        return 1;
+                "  a missed feed. Q7X_BUS_PATH selects the bus. Stops on SIGINT/SIGTERM.\n"
+                "example:\n"
+                "  Q7X_BUS_PATH=/tmp/zel-device.abc/bus.sock zel-watchdog\n");
+        return asked ? 0 : 1;
     }
     signal(SIGINT, onSignal);
     signal(SIGTERM, onSignal);
