@@ -14,6 +14,8 @@
 
 namespace harness {
 
+int g_captureLevel = 1 << 30;
+
 FakeState& state() {
     static FakeState s;
     return s;
@@ -36,6 +38,7 @@ void resetState() {
     s.digital = 4;
     s.session = 0;
     s.verbose = getenv("ZEL_HARNESS_VERBOSE") != NULL;
+    g_captureLevel = 1 << 30;
 }
 
 Bytes makeMessage(unsigned int id, uint32_t claimedLength, const Bytes& payload) {
@@ -209,13 +212,14 @@ int Q7X_TMDateTimeToUtcTime(const _datetime_* dt, long* utc) {
     return 0;
 }
 
-void gclDebugPrintf(int level, const char* file, const char* func, int line,
-                    const char* fmt, ...) {
+namespace {
+
+// Out of line, so that a dropped line costs only the level test and not the
+// frame of the formatting.
+__attribute__((noinline)) void captureLine(int level, const char* file, const char* func,
+                                           int line, const char* fmt, va_list ap) {
     char buf[8192];
-    va_list ap;
-    va_start(ap, fmt);
     vsnprintf(buf, sizeof buf, fmt, ap);
-    va_end(ap);
     harness::DebugLine l;
     l.level = level;
     l.file = file ? file : "";
@@ -223,6 +227,17 @@ void gclDebugPrintf(int level, const char* file, const char* func, int line,
     l.text = buf;
     state().lines.push_back(l);
     if (state().verbose) fprintf(stderr, "[%d] %s:%d %s", level, l.func.c_str(), line, buf);
+}
+
+}  // namespace
+
+void gclDebugPrintf(int level, const char* file, const char* func, int line,
+                    const char* fmt, ...) {
+    if (level > harness::g_captureLevel) return;
+    va_list ap;
+    va_start(ap, fmt);
+    captureLine(level, file, func, line, fmt, ap);
+    va_end(ap);
 }
 
 CThread::CThread() : m_impl(NULL) { state().thread = this; }

@@ -39,6 +39,9 @@ struct FakeState {
 };
 
 FakeState& state();
+// Lines above it are dropped. Outside FakeState so that a dropped line costs
+// one comparison.
+extern int g_captureLevel;
 void resetState();
 Bytes makeMessage(unsigned int id, uint32_t claimedLength, const Bytes& payload);
 void dispatch(const Queued& q);

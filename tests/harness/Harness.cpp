@@ -150,6 +150,8 @@ void Harness::setChannels(int video, int digital) {
     state().digital = digital;
 }
 
+void Harness::setCaptureLevel(int maxLevel) { g_captureLevel = maxLevel; }
+
 Bytes le32(uint32_t v) {
     Bytes b;
     appendLe32(b, v);

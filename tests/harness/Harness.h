@@ -99,6 +99,10 @@ public:
     void setDeviceTime(int year, int month, int day, int hour, int minute, int second);
     void setTimeFlag(unsigned char flag);
     void setChannels(int video, int digital);
+    // Lines above maxLevel are dropped unformatted, as the platform library
+    // drops those above Q7X_DEBUG_LEVEL; a benchmark then measures the
+    // service, not the capture. A new harness keeps every level.
+    void setCaptureLevel(int maxLevel);
 
 private:
     Harness(const Harness&);

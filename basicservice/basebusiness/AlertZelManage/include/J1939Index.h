@@ -2,10 +2,11 @@
 //
 // Frames arrive by the thousand per second, so everything a row says that
 // doesn't depend on the frame (whether it counts, its shift and mask) is
-// computed when the table arrives, and a frame costs one binary search over
-// at most 64 group numbers. For each group number only its first counting row
-// is held: a frame feeds one row at most, and of two rows with the same group
-// only the lower one ever gets a value.
+// computed when the table arrives, and a frame costs one look into a small
+// open-addressing hash table of the plans, usually a single probe. For
+// each group number only its first counting row is held: a frame feeds one
+// row at most, and of two rows with the same group only the lower one ever
+// gets a value.
 //
 // Fixed size: building and lookup never allocate. Owned by the service and
 // used on its worker thread only.
@@ -14,8 +15,6 @@
 
 #include <stddef.h>
 #include <stdint.h>
-
-#include <algorithm>
 
 namespace zel {
 
@@ -34,35 +33,45 @@ class J1939Index {
 public:
     static const size_t kCapacity = 64;
 
-    J1939Index() : m_slots(), m_count(0) {}
+    J1939Index() : m_table(), m_count(0) {}
 
-    void clear() { m_count = 0; }
+    void clear() {
+        for (J1939Slot& s : m_table) s.pgn = 0;
+        m_count = 0;
+    }
 
     // Rows are added in table order; a group already held keeps its row.
+    // Group 0 marks an empty place and is never held (such a row doesn't
+    // count).
     void add(const J1939Slot& slot) {
-        for (size_t i = 0; i < m_count; ++i)
-            if (m_slots[i].pgn == slot.pgn) return;
-        if (m_count < kCapacity) m_slots[m_count++] = slot;
+        if (slot.pgn == 0 || m_count >= kCapacity) return;
+        size_t i = home(slot.pgn);
+        for (; m_table[i].pgn != 0; i = (i + 1) & (kPlaces - 1))
+            if (m_table[i].pgn == slot.pgn) return;
+        m_table[i] = slot;
+        ++m_count;
     }
 
-    // Call once after the last add, before any find.
-    void seal() {
-        std::sort(m_slots, m_slots + m_count,
-                  [](const J1939Slot& a, const J1939Slot& b) { return a.pgn < b.pgn; });
-    }
-
-    // The plan of the row that group `pgn` feeds, or null.
+    // The plan of the row that group `pgn` feeds, or null. Ends: at most
+    // half the places are taken, so an empty one always comes.
     const J1939Slot* find(uint32_t pgn) const {
-        const J1939Slot* end = m_slots + m_count;
-        const J1939Slot* it = std::lower_bound(
-            m_slots, end, pgn, [](const J1939Slot& s, uint32_t p) { return s.pgn < p; });
-        return it != end && it->pgn == pgn ? it : nullptr;
+        for (size_t i = home(pgn);; i = (i + 1) & (kPlaces - 1)) {
+            const J1939Slot& s = m_table[i];
+            if (s.pgn == pgn && pgn != 0) return &s;
+            if (s.pgn == 0) return nullptr;
+        }
     }
 
     size_t size() const { return m_count; }
 
 private:
-    J1939Slot m_slots[kCapacity];
+    static const size_t kPlaces = 2 * kCapacity;  // a power of two
+
+    // Fibonacci hashing: the top bits of the product spread neighbouring
+    // group numbers apart.
+    static size_t home(uint32_t pgn) { return (pgn * 2654435761u) >> (32 - 7); }
+
+    J1939Slot m_table[kPlaces];  // open addressing, linear probing
     size_t m_count;
 };
 

@@ -67,7 +67,6 @@ void CAlertZelManage::onGetJ1939param(const char* msg, int len) {
         slot.offset = p.offset;
         m_J1939Index.add(slot);
     }
-    m_J1939Index.seal();
 }
 
 void CAlertZelManage::onGetZelCanData(const char* msg, int len) {
