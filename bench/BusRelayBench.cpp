@@ -47,21 +47,32 @@ double Since(std::chrono::steady_clock::time_point t0) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
 }
 
+// The CPUs this process may use, lowest first.
+std::vector<int> AllowedCpus() {
+    cpu_set_t set;
+    sched_getaffinity(0, sizeof set, &set);
+    std::vector<int> cpus;
+    for (int c = 0; c < CPU_SETSIZE; ++c)
+        if (CPU_ISSET(c, &set)) cpus.push_back(c);
+    return cpus;
+}
+
+void PinTo(int cpu) {
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(cpu, &one);
+    sched_setaffinity(0, sizeof one, &one);
+}
+
 // Pins the calling thread, and so every thread it starts meanwhile, to the
 // last CPU it may use; restores its old set at the end of the scope.
-class OneCore {
+class Pinned {
 public:
-    OneCore() {
+    Pinned() {
         sched_getaffinity(0, sizeof m_old, &m_old);
-        int cpu = -1;
-        for (int c = 0; c < CPU_SETSIZE; ++c)
-            if (CPU_ISSET(c, &m_old)) cpu = c;
-        cpu_set_t one;
-        CPU_ZERO(&one);
-        CPU_SET(cpu, &one);
-        sched_setaffinity(0, sizeof one, &one);
+        PinTo(AllowedCpus().back());
     }
-    ~OneCore() { sched_setaffinity(0, sizeof m_old, &m_old); }
+    ~Pinned() { sched_setaffinity(0, sizeof m_old, &m_old); }
 
 private:
     cpu_set_t m_old;
@@ -132,7 +143,7 @@ struct Rounds {
 void BM_Throughput(benchmark::State& state) {
     const uint64_t kBurst = 10000;
     const uint64_t kWindow = 256;
-    OneCore pin;
+    Pinned pin;
     Pair p("tp", 1, false);
     if (!p.ok()) return state.SkipWithError("a receiver was never reached");
     Rounds perCpu;
@@ -170,7 +181,7 @@ void BM_PacedCpu(benchmark::State& state) {
     const int fanOut = static_cast<int>(state.range(0));
     const long kRate = 8000;
     const long kSlice = 1000;  // 0.125 s per turn
-    OneCore pin;
+    Pinned pin;
     Pair p("cpu", fanOut, false);
     if (!p.ok()) return state.SkipWithError("a receiver was never reached");
     Rounds perMsg;
@@ -206,10 +217,15 @@ void BM_PacedCpu(benchmark::State& state) {
 BENCHMARK(BM_PacedCpu)->Arg(1)->Arg(3)->Iterations(24)->UseRealTime()->Unit(
     benchmark::kMillisecond);
 
-// A request and its answer (id | 0x8000), one at a time, with the threads
-// free to run on any core as on a device.
+// A request and its answer (id | 0x8000), one at a time. The requester runs
+// on the first CPU, the relays and responders on the last, so that every
+// message crosses cores as on a device, and both buses get the same places:
+// left to the scheduler, one bus may sit beside a busy neighbour for a
+// whole run and the other not.
 void BM_RoundTrip(benchmark::State& state) {
+    Pinned pin;  // the last CPU, for the threads the pair starts
     Pair p("rt", 1, true);
+    PinTo(AllowedCpus().front());
     if (!p.ok()) return state.SkipWithError("a responder was never reached");
     bench::CountingHandler replies[2];
     for (int i = 0; i < 2; ++i)

@@ -46,26 +46,19 @@ void WriteAll(const char* p, size_t n) {
     }
 }
 
-}  // namespace
-
-namespace Common {
-
 // The whole line is built first and leaves in one write(), so lines printed
-// by several threads at once stay whole.
-void gclDebugPrintf(int level, const char* file, const char* func, int line,
-                    const char* fmt, ...) {
-    if (level > DebugLevel()) return;
+// by several threads at once stay whole. Out of line, so that a hidden line
+// (8,000 a second at the CAN rate) costs only the level test.
+__attribute__((noinline)) void PrintLine(int level, const char* file, const char* func,
+                                         int line, const char* fmt, va_list ap) {
     if (!file) file = "?";
     if (!func) func = "?";
     if (!fmt) fmt = "";
 
-    va_list ap;
-    va_start(ap, fmt);
     va_list again;
     va_copy(again, ap);
     const int head = snprintf(nullptr, 0, "[%d] %s %s:%d: ", level, file, func, line);
     const int body = vsnprintf(nullptr, 0, fmt, ap);
-    va_end(ap);
     if (head < 0 || body < 0) {
         va_end(again);
         return;
@@ -86,6 +79,19 @@ void gclDebugPrintf(int level, const char* file, const char* func, int line,
     size_t n = static_cast<size_t>(head) + static_cast<size_t>(body);
     if (body == 0 || buf[n - 1] != '\n') buf[n++] = '\n';
     WriteAll(buf, n);
+}
+
+}  // namespace
+
+namespace Common {
+
+void gclDebugPrintf(int level, const char* file, const char* func, int line,
+                    const char* fmt, ...) {
+    if (level > DebugLevel()) return;
+    va_list ap;
+    va_start(ap, fmt);
+    PrintLine(level, file, func, line, fmt, ap);
+    va_end(ap);
 }
 
 }  // namespace Common

@@ -1,0 +1,95 @@
+#!/usr/bin/env bash
+# Builds Release with the benchmarks, runs them all and prints every figure
+# against its target (PASS / MISS / SKIP). Each figure is a ratio against a
+# baseline measured in the same run, or a whole-process figure.
+#   ./scripts/bench.sh
+# Writes build-bench/bench-<program>.json (Google Benchmark's output),
+# build-bench/process-figures.json and build-bench/bench-results.json (every
+# figure with its baseline, target and verdict, and the machine).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+./scripts/setup.sh
+
+out=build-bench
+jobs=$(nproc 2>/dev/null || echo 2)
+cmake -S . -B "$out" -DCMAKE_BUILD_TYPE=Release -DAZ_BUILD_BENCH=ON -DAZ_BUILD_TESTS=OFF \
+  >/dev/null
+if ! cmake --build "$out" -j"$jobs" >"$out/build.log" 2>&1; then
+  cat "$out/build.log" >&2
+  exit 1
+fi
+bin() { find "$out" -name "$1" -type f -perm -u+x -print -quit; }
+plugin=$(find "$out" -name libAlertZelManage.so -print -quit)
+busd=$(bin q7x-busd)
+host=$(bin q7x-host)
+
+run=$(mktemp -d /tmp/zel-bench.XXXXXX)
+pids=()
+cleanup() {
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  wait 2>/dev/null || true
+  rm -rf "$run"
+}
+trap cleanup EXIT
+export Q7X_DEBUG_LEVEL=1
+
+# The two single-thread programs repeat each benchmark, interleaved, and their
+# figures are medians of CPU time; the bus benchmarks pair their two buses
+# themselves.
+for b in alert_pass_bench can_frame_bench bus_relay_bench; do
+  echo "== $b"
+  args=()
+  [ "$b" = bus_relay_bench ] || args=(--benchmark_repetitions=9 --benchmark_min_time=0.2
+    --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true)
+  "$(bin "$b")" "${args[@]}" --benchmark_out="$out/bench-$b.json" \
+    --benchmark_out_format=json 2>"$run/$b.err" | grep -E '^BM_' | grep -v -E '_(mean|stddev|cv) ' \
+    || true
+done
+
+wait_for_socket() { for _ in $(seq 100); do [ -S "$1" ] && return 0; sleep 0.05; done; return 1; }
+
+# Syscalls of the relay process per relayed message, messages paced at 2,000
+# a second so that each one is relayed on its own, as at the CAN rate.
+syscalls_per_message() {  # bare|bus
+  local kind=$1 sock=$run/$1.sock relay count=4000
+  if [ "$kind" = bare ]; then relay=$(bin az-bare-relay); else relay=$busd; fi
+  strace -c -f -o "$run/$kind.strace" "$relay" "$sock" 2>/dev/null &
+  local tracer=$!
+  wait_for_socket "$sock"
+  "$(bin az-bus-load)" "$kind" "$sock" "$count" 2000 1 >/dev/null
+  kill -INT "$(pgrep -P "$tracer")"
+  wait "$tracer" 2>/dev/null || true
+  awk -v n="$count" '$NF == "total" { printf "%.2f", $(NF-2) / n }' "$run/$kind.strace"
+}
+echo "== syscalls per relayed message (strace -c -f on the relay)"
+if command -v strace >/dev/null; then
+  sc_bare=$(syscalls_per_message bare)
+  sc_bus=$(syscalls_per_message bus)
+  syscalls="{\"bare\": $sc_bare, \"bus\": $sc_bus}"
+else
+  syscalls='{"note": "strace is missing"}'
+fi
+
+# The host with the plug-in and a broker of its own process, no other peer:
+# CPU of all its threads over 10 s (schedstat, nanoseconds) and its RSS.
+echo "== idle host with the plug-in (10 s)"
+export Q7X_BUS_PATH=$run/idle.sock
+"$busd" 2>"$run/idle-busd.log" & pids+=($!)
+wait_for_socket "$Q7X_BUS_PATH"
+"$host" "$plugin" 2>"$run/idle-host.log" & host_pid=$!; pids+=($host_pid)
+sleep 3
+cpu_ns() { cat /proc/"$host_pid"/task/*/schedstat | awk '{ s += $1 } END { print s }'; }
+c0=$(cpu_ns); t0=$(date +%s%N)
+sleep 10
+c1=$(cpu_ns); t1=$(date +%s%N)
+rss_kb=$(awk '/^VmRSS/ { print $2 }' /proc/"$host_pid"/status)
+idle=$(awk -v c="$((c1 - c0))" -v t="$((t1 - t0))" -v r="$rss_kb" \
+  'BEGIN { printf "{\"cpu_pct\": %.4f, \"rss_mb\": %.2f}", 100 * c / t, r / 1024 }')
+kill -TERM "$host_pid"; wait "$host_pid" 2>/dev/null || true
+unset Q7X_BUS_PATH
+
+latency='{"note": "not measured"}'
+printf '{"syscalls": %s, "idle": %s, "latency": %s}\n' "$syscalls" "$idle" "$latency" \
+  >"$out/process-figures.json"
+python3 scripts/bench_summary.py "$out"
+echo "figures: $out/bench-results.json"
