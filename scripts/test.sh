@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs every test: once as built for use, once under
-# AddressSanitizer and UndefinedBehaviorSanitizer.
+# AddressSanitizer and UndefinedBehaviorSanitizer; the bus and host tests
+# once more under ThreadSanitizer; then each fuzz target briefly.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh
@@ -19,3 +20,10 @@ run_suite build
 echo "== tests under AddressSanitizer and UndefinedBehaviorSanitizer"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DAZ_SANITIZE=address,undefined
+echo "== bus and host tests under ThreadSanitizer"
+cmake -S . -B build-tsan -DAZ_BUILD_TESTS=ON -DAZ_SANITIZE=thread >/dev/null
+cmake --build build-tsan -j"$jobs" --target platform_bus_test platform_misc_test \
+  platform_process_test q7x-host q7x-busd q7xtestplugin
+TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build-tsan --output-on-failure -j"$jobs" -R '^platform_'
+echo "== fuzz targets, 10 s each"
+./scripts/fuzz.sh 10
