@@ -81,3 +81,38 @@ for i, text in enumerate([b"2021/06/15 08:30:00", b"0/0/0 0:0:0", b"2021/1a/05 0
     put("fuzz_datetime", "text%d" % i, text)
 put("fuzz_rule_parser", "ruleset", rules)
 put("fuzz_rule_parser", "add", b'{"DUMMY":[{"ID":1,"GT":5,"SPEED":{"GT":5,"LT":2.5}},[1],"x",{"ID":"2"}],"CIRCLE":[3,{"ID":4}]}')
+
+# fuzz_bus: byte 0 picks the broker (0) or the client (1); then records of a
+# sender byte, a u16 length and the frame (wire layout in BusProtocol.h).
+
+
+def frame(op, peer, session, id_word, payload, length_delta=0):
+    return struct.pack("<IIIII", op, peer, session, id_word,
+                       len(payload) + length_delta) + payload
+
+
+def words(*ws):
+    return struct.pack("<%dI" % len(ws), *ws)
+
+
+def records(*recs):
+    return b"".join(bytes([who]) + struct.pack("<H", len(f)) + f for who, f in recs)
+
+
+put("fuzz_bus", "subscribe-send", bytes([0]) + records(
+    (0, words(1, 1289)), (0, words(2, 0x441, 0xc8f)), (1, frame(4, 0, 1, 0x441, bytes(48))),
+    (1, frame(4, 0, 2, 0x10000 | 0xc8f, b"request"))))
+put("fuzz_bus", "respond", bytes([0]) + records(
+    (1, words(2, 0x200)), (0, frame(4, 0, 7, 0x10200, b"ask")),
+    (1, frame(5, 1, 7, 0x8200, b"answer")), (1, frame(5, 99, 7, 0x8200, b"nobody"))))
+put("fuzz_bus", "unsubscribe", bytes([0]) + records(
+    (0, words(2, 5, 6)), (0, words(3, 5)), (1, frame(4, 0, 1, 5, b"gone")),
+    (1, frame(4, 0, 2, 6, b"kept"))))
+put("fuzz_bus", "broker-malformed", bytes([0]) + records(
+    (0, b"\x04\x00"), (0, words(9)), (0, words(1)), (0, words(2, 0x10000)),
+    (0, frame(4, 0, 1, 0x441, b"long", 1)), (0, frame(4, 0, 1, 0x441, b"short", -1)),
+    (0, frame(4, 0, 1, 0x30000, b"id")), (0, frame(6, 0, 1, 0x441, b"deliver"))))
+put("fuzz_bus", "client-deliveries", bytes([1]) + records(
+    (0, frame(6, 9, 1, 0x441, bytes(28))), (0, frame(6, 9, 2, 0xc8f, bytes(40))),
+    (0, frame(6, 9, 3, 0x8441, b"")), (0, frame(6, 9, 4, 0x441, b"x", 1)),
+    (0, frame(4, 9, 5, 0x441, b"sent")), (0, b"\x06\x00\x00\x00\x09")))

@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 ./scripts/setup.sh
 
 seconds=${1:-60}
-targets=${FUZZ_TARGETS:-"fuzz_signals fuzz_storage fuzz_provisioning fuzz_areas fuzz_datetime fuzz_rule_parser"}
+targets=${FUZZ_TARGETS:-"fuzz_signals fuzz_storage fuzz_provisioning fuzz_areas fuzz_datetime fuzz_rule_parser fuzz_bus"}
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DAZ_FUZZ=ON -DAZ_BUILD_TESTS=OFF \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 # shellcheck disable=SC2086

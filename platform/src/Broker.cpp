@@ -198,25 +198,40 @@ void CBusBroker::AcceptAll() {
                 Q7X_LOG(1, "accept: %s\n", strerror(errno));
             return;
         }
-        // Beyond wmem_max only with privilege; otherwise take what is allowed.
-        if (setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &kSocketBuffer, sizeof kSocketBuffer) != 0)
-            setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSocketBuffer, sizeof kSocketBuffer);
+        Adopt(fd);
+    }
+}
 
-        auto c = std::make_unique<Client>();
-        c->id = m_nextId++;
-        if (m_nextId == 0) m_nextId = 1;
-        c->fd = fd;
+uint32_t CBusBroker::Adopt(int fd) {
+    // Beyond wmem_max only with privilege; otherwise take what is allowed.
+    if (setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &kSocketBuffer, sizeof kSocketBuffer) != 0)
+        setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSocketBuffer, sizeof kSocketBuffer);
+
+    auto c = std::make_unique<Client>();
+    c->id = m_nextId++;
+    if (m_nextId == 0) m_nextId = 1;
+    c->fd = fd;
+    if (m_epoll >= 0) {  // without Open, only Feed reads for the client
         struct epoll_event ev = {};
         ev.events = EPOLLIN;
         ev.data.u64 = c->id;
         if (epoll_ctl(m_epoll, EPOLL_CTL_ADD, fd, &ev) != 0) {
             Q7X_LOG(1, "epoll_ctl: %s\n", strerror(errno));
             close(fd);
-            continue;
+            return 0;
         }
-        Q7X_LOG(4, "client %u connected\n", c->id);
-        m_clients.emplace(c->id, std::move(c));
     }
+    const uint32_t id = c->id;
+    Q7X_LOG(4, "client %u connected\n", id);
+    m_clients.emplace(id, std::move(c));
+    return id;
+}
+
+void CBusBroker::Feed(uint32_t clientId, const unsigned char* f, size_t n) {
+    auto it = m_clients.find(clientId);
+    if (it == m_clients.end()) return;
+    Handle(*it->second, f, n);
+    FlushDirty();
 }
 
 // Reads one batch from a client and handles it. Returns the number of frames

@@ -53,6 +53,14 @@ public:
     void Run();
     void Stop();
 
+    // The receive path without the loop, for tests and fuzzing. Adopt serves
+    // a connected socket as a new client and returns its id (0 on failure);
+    // Feed handles frame f of n bytes as if that client had sent it, and
+    // hands on at once what it routes. Both belong to the thread that would
+    // run Run, and not while Run runs.
+    uint32_t Adopt(int fd);
+    void Feed(uint32_t clientId, const unsigned char* f, size_t n);
+
     uint64_t Dropped() const { return m_dropped.load(std::memory_order_relaxed); }
     uint64_t Malformed() const { return m_malformed.load(std::memory_order_relaxed); }
     uint64_t Delivered() const { return m_delivered.load(std::memory_order_relaxed); }

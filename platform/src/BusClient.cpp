@@ -273,6 +273,14 @@ void CBusClient::TakeRecordLocked(const unsigned char* f, size_t n) {
     }
 }
 
+int CBusClient::Inject(const void* record, size_t n) {
+    {
+        std::lock_guard<std::mutex> lock(m_mu);
+        TakeRecordLocked(static_cast<const unsigned char*>(record), n);
+    }
+    return DispatchInbox();
+}
+
 // Takes one frame at a time off the shared inbox, so that a wait called from
 // inside a callback carries on with the frames after the current one.
 int CBusClient::DispatchInbox() {

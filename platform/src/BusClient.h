@@ -56,6 +56,11 @@ public:
     int Send(uint32_t id, bool request, const void* payload, int len);
     int Respond(const void* requestHead, const void* payload, int len);
 
+    // The delivery path without a socket, for tests and fuzzing: takes n
+    // bytes as one record from the broker, as a wait would, and dispatches
+    // what is waiting. Returns how many callbacks ran.
+    int Inject(const void* record, size_t n);
+
     // Messages this client could not hand to the broker.
     uint64_t Dropped() const { return m_dropped.load(std::memory_order_relaxed); }
 
