@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs every test: once as built for use, once under
 # AddressSanitizer and UndefinedBehaviorSanitizer; the bus and host tests
-# once more under ThreadSanitizer; then each fuzz target briefly.
+# once more under ThreadSanitizer; then each fuzz target briefly, and a
+# one-minute soak of the whole device.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh
@@ -27,3 +28,5 @@ cmake --build build-tsan -j"$jobs" --target platform_bus_test platform_misc_test
 TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build-tsan --output-on-failure -j"$jobs" -R '^platform_'
 echo "== fuzz targets, 10 s each"
 ./scripts/fuzz.sh 10
+echo "== soak, 60 s"
+./scripts/soak.sh 60
