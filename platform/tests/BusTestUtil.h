@@ -151,6 +151,26 @@ inline void Sync(void* receiver, void* sender) {
     ASSERT_FALSE(r.got.empty()) << "the broker did not answer within 5 s";
 }
 
+// The command line to start: Q7X_SPAWN_PREFIX, when set, goes before it, an
+// emulator with its options for programs built for another machine
+// (scripts/cross.sh), words separated by spaces.
+inline std::vector<std::string> WithSpawnPrefix(const std::vector<std::string>& args) {
+    std::vector<std::string> all;
+    const char* prefix = getenv("Q7X_SPAWN_PREFIX");
+    std::string word;
+    for (const char* p = prefix ? prefix : ""; ; ++p) {
+        if (*p == ' ' || *p == '\0') {
+            if (!word.empty()) all.push_back(word);
+            word.clear();
+            if (*p == '\0') break;
+        } else {
+            word += *p;
+        }
+    }
+    all.insert(all.end(), args.begin(), args.end());
+    return all;
+}
+
 inline std::string ReadText(const std::string& path) {
     std::string out;
     FILE* f = fopen(path.c_str(), "r");

@@ -27,8 +27,9 @@ inline pid_t Spawn(const std::vector<std::string>& args, const std::string& outF
     posix_spawn_file_actions_addopen(&fa, 1, outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                      0600);
     posix_spawn_file_actions_adddup2(&fa, 1, 2);
+    const std::vector<std::string> line = q7xtest::WithSpawnPrefix(args);
     std::vector<char*> argv;
-    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    for (const std::string& a : line) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
     pid_t pid = -1;
     const int rc = posix_spawn(&pid, argv[0], &fa, nullptr, argv.data(), environ);
