@@ -1,35 +1,12 @@
 // Trigger evaluation on the signal cache: validity, comparisons, the panic
-// key's codes, J1939 rows without a value, and the change-only diagnostics.
+// key's codes and the change-only diagnostics.
 #include <math.h>
 
-#include <gtest/gtest.h>
-
-#include "Harness.h"
-
-using harness::Harness;
+#include "ServiceFixture.h"
 
 namespace {
 
-class Trigger : public ::testing::Test {
-protected:
-    void SetUp() override {
-        h.start();
-        h.clearLines();
-    }
-    CAlertZelManage& svc() { return h.service(); }
-
-    // Result of upDateTrigger, starting from `initial` as the pass would not.
-    bool eval(uint32_t event, eTriggerType type, double value, bool initial = false) {
-        sInputTrigger t{event, type, value};
-        unsigned int atLeast = 0;
-        unsigned long long mark = 0;
-        bool result = initial;
-        svc().upDateTrigger(t, atLeast, mark, result);
-        return result;
-    }
-
-    Harness h;
-};
+using Trigger = harness::ServiceTest;
 
 TEST_F(Trigger, ComparisonsExcludeTheThresholdAndRefuseNaN) {
     struct Row {
@@ -48,16 +25,14 @@ TEST_F(Trigger, ComparisonsExcludeTheThresholdAndRefuseNaN) {
     EXPECT_TRUE(h.hasLine("checkValue invalid type =3\n"));
 }
 
-TEST_F(Trigger, SignalWithoutAValueIsFalseWhateverTheComparison) {
-    EXPECT_FALSE(eval(14, LT, 1.0, true));
+TEST_F(Trigger, SignalWithoutAValueIsFalseAndAnEventBeyondTheCatalogueChangesNothing) {
+    EXPECT_FALSE(trigger(14, LT, 1.0, true));
     EXPECT_TRUE(h.hasLine("Event[14][SPEED] the value is Invalid !\n"));
-}
-
-TEST_F(Trigger, EventBeyondTheCatalogueLeavesTheResultAlone) {
-    EXPECT_TRUE(eval(103, GT, 0.0, true));
+    EXPECT_TRUE(trigger(103, GT, 0.0, true));
     EXPECT_TRUE(h.hasLine("update EventList  invalid Event =103\n"));
 }
 
+// The first and last slot of each family, so that a shifted index shows.
 TEST_F(Trigger, EachFamilyReadsItsCachedValue) {
     CAlertZelManage& s = svc();
     s.m_IoState[2] = 1;
@@ -75,56 +50,42 @@ TEST_F(Trigger, EachFamilyReadsItsCachedValue) {
                 {33, 1.0}, {32, 0.0}, {102, 255.0}, {97, 88.0}};
     for (const Row& r : rows) {
         s.setEventValid(r.event);
-        EXPECT_TRUE(eval(r.event, EQ, r.equals)) << EVENT_NAME[r.event];
+        EXPECT_TRUE(trigger(r.event, EQ, r.equals)) << EVENT_NAME[r.event];
     }
 }
 
-TEST_F(Trigger, PanicKeyCodes) {
+TEST_F(Trigger, PanicKeyCodesAndAnUnknownCodeLeavesTheLastResult) {
     struct Row {
         uint8_t code;
         bool gtHalf;       // result of GT 0.5, starting from false
         bool initialKept;  // result starting from true for a LT 0.5 trigger
-    } rows[] = {{0x30, true, false}, {0x31, true, false}, {0x32, false, true}, {0x00, false, true}};
+        uint8_t last;      // m_LastResult[8] after both
+    } rows[] = {{0x31, true, false, 1}, {0x99, false, true, 1}, {0x30, true, false, 1},
+                {0x32, false, true, 0}, {0x00, false, true, 0}};
     svc().setEventValid(8);
     for (const Row& r : rows) {
         svc().m_PanicKey[0] = r.code;
-        EXPECT_EQ(eval(8, GT, 0.5), r.gtHalf) << int(r.code);
-        EXPECT_EQ(eval(8, LT, 0.5, true), r.initialKept) << int(r.code);
+        EXPECT_EQ(trigger(8, LT, 0.5, true), r.initialKept) << int(r.code);
+        EXPECT_EQ(trigger(8, GT, 0.5), r.gtHalf) << int(r.code);
+        EXPECT_EQ(svc().m_LastResult[8], r.last) << int(r.code);
     }
     EXPECT_TRUE(h.hasLine("value[0] is error !"));
-}
-
-TEST_F(Trigger, UnknownCodeLeavesLastResultAlone) {
-    svc().setEventValid(8);
-    svc().m_PanicKey[0] = 0x31;
-    eval(8, GT, 0.5);
-    ASSERT_EQ(svc().m_LastResult[8], 1);
-    svc().m_PanicKey[0] = 0x99;
-    eval(8, GT, 0.5);
-    EXPECT_EQ(svc().m_LastResult[8], 1);
-}
-
-TEST_F(Trigger, J1939RowWithoutValueIsFalseSilently) {
-    svc().setEventValid(40);
-    h.clearLines();
-    EXPECT_FALSE(eval(40, LT, 1e9, true));
-    EXPECT_TRUE(h.lines().empty());
 }
 
 TEST_F(Trigger, ChangeLinePrintsOnlyWhenTheEventsResultChanges) {
     svc().setEventValid(14);
     svc().m_Speed = 50;
-    eval(14, GT, 60.0);  // first false: m_LastResult starts at 0
+    trigger(14, GT, 60.0);  // first false: m_LastResult starts at 0
     EXPECT_TRUE(h.lines().empty());
     svc().m_Speed = 70;
-    eval(14, GT, 60.0);
-    eval(14, GT, 60.0);
+    trigger(14, GT, 60.0);
+    trigger(14, GT, 60.0);
     ASSERT_EQ(h.lines().size(), 1u);
     EXPECT_EQ(h.lines()[0].text,
               "checkAlert Event[SPEED]==value[70.000000]==opt[0]==param[60.000000]==result[1] \n");
     // Two rules on one event share its byte: each disagreement prints.
-    eval(14, GT, 80.0);
-    eval(14, GT, 60.0);
+    trigger(14, GT, 80.0);
+    trigger(14, GT, 60.0);
     EXPECT_EQ(h.lines().size(), 3u);
 }
 

@@ -14,7 +14,7 @@
 
 #include <gtest/gtest.h>
 
-#include "ByteOrder.h"
+#include "FakePlatform.h"
 #include "SignalMessages.h"
 
 namespace {
@@ -90,19 +90,10 @@ void __wrap__ZN6Common14gclDebugPrintfEiPKcS1_iS1_z(int level, const char* file,
 namespace {
 
 using harness::Bytes;
+using harness::makeMessage;
+using Allocation = harness::ReadyServiceTest;
 
-// A whole bus message, head and payload, as the bus hands it to a handler.
-Bytes message(unsigned int id, const Bytes& payload) {
-    Bytes m(16, 0);
-    zel::putLe32(m.data(), 8, id);
-    zel::putLe32(m.data(), 12, static_cast<uint32_t>(payload.size()));
-    m.insert(m.end(), payload.begin(), payload.end());
-    return m;
-}
-
-TEST(Allocation, FrameDecodeAllocatesNothing) {
-    harness::Harness h;
-    h.start();
+TEST_F(Allocation, FrameDecodeAllocatesNothing) {
     std::vector<sig::J1939Row> rows;
     for (uint32_t n = 0; n < 64; ++n)  // a full table, groups out of order
         rows.push_back({n, 16, 65000 + (n * 37) % 500, n % 7, 0, 0.125, -40});
@@ -110,60 +101,52 @@ TEST(Allocation, FrameDecodeAllocatesNothing) {
 
     std::vector<Bytes> frames;
     for (uint32_t n = 0; n < 64; ++n)
-        frames.push_back(
-            message(1089, sig::canFrame(0x18000000 | rows[n].pgn << 8, n * 0x0101010101ull)));
-    frames.push_back(message(1089, sig::canFrame(0x18FECA00, 1)));  // matches no row
-    Bytes shortFrame = message(1089, Bytes(27, 0));                // 43 bytes in all
-    frames.push_back(shortFrame);
+        frames.push_back(makeMessage(
+            1089, 28, sig::canFrame(0x18000000 | rows[n].pgn << 8, n * 0x0101010101ull)));
+    frames.push_back(makeMessage(1089, 28, sig::canFrame(0x18FECA00, 1)));  // matches no row
+    frames.push_back(makeMessage(1089, 27, Bytes(27, 0)));                  // 43 bytes in all
 
-    CAlertZelManage& svc = h.service();
     size_t n = allocationsOf([&] {
         for (int round = 0; round < 100; ++round)
             for (const Bytes& f : frames) {
-                svc.onGetZelCanData(reinterpret_cast<const char*>(f.data()),
+                svc().onGetZelCanData(reinterpret_cast<const char*>(f.data()),
                                     static_cast<int>(f.size()));
                 h.clearLines();
             }
     });
     EXPECT_EQ(n, 0u);
     EXPECT_EQ(g_lines, 100u * 65);  // one line per matched frame and one for the short one
-    EXPECT_EQ(svc.m_J1939Value.size(), 64u);
+    EXPECT_EQ(svc().m_J1939Value.size(), 64u);
 
     // The counter does see allocations: the harness's own delivery makes some.
     EXPECT_GT(allocationsOf([&] { h.deliver(1089, sig::canFrame(0x18FEF100, 0)); }), 0u);
 }
 
-TEST(Allocation, TriggerEvaluationOfAPassAllocatesNothing) {
-    harness::Harness h;
-    h.start();
-    h.announceStorage();
-    h.cycle();
-    CAlertZelManage& svc = h.service();
-    svc.m_bParaReady = 1;
+TEST_F(Allocation, TriggerEvaluationOfAPassAllocatesNothing) {
     sig::primeEverySignal(h);
 
     // One rule per event, holding or failing for good, none ever rising; and
     // the triggers that can't be judged.
     const uint32_t never = 1000000;
     for (uint32_t e = 0; e < 103; ++e) {
-        svc.m_ParaList.push_back(harness::makeRule(e, never, {{e, GT, -1e9}}));
-        svc.m_ParaList.push_back(harness::makeRule(200 + e, never, {{e, LT, -1e9}}));
+        svc().m_ParaList.push_back(harness::makeRule(e, never, {{e, GT, -1e9}}));
+        svc().m_ParaList.push_back(harness::makeRule(200 + e, never, {{e, LT, -1e9}}));
     }
-    svc.m_ParaList.push_back(harness::makeRule(400, never, {{103, GT, 0}}));
+    svc().m_ParaList.push_back(harness::makeRule(400, never, {{103, GT, 0}}));
     sInputTrigger badType{14, static_cast<eTriggerType>(7), 0};
-    svc.m_ParaList.push_back(harness::makeRule(401, never, {badType}));
-    svc.m_PanicKey[0] = 0x20;  // a key code that is neither pressed nor released
-    svc.CheckAlarm();          // conditions begin to hold: the state settles
+    svc().m_ParaList.push_back(harness::makeRule(401, never, {badType}));
+    svc().m_PanicKey[0] = 0x20;  // a key code that is neither pressed nor released
+    svc().CheckAlarm();          // conditions begin to hold: the state settles
 
     size_t n = allocationsOf([&] {
         for (int pass = 0; pass < 50; ++pass) {
-            svc.CheckAlarm();
+            svc().CheckAlarm();
             h.clearLines();
         }
     });
     EXPECT_EQ(n, 0u);
     EXPECT_GT(g_lines, 50u * 100);
-    for (const ZelAlertPara_t& r : svc.m_ParaList) EXPECT_EQ(r.bState, 0) << r.alertID;
+    for (const ZelAlertPara_t& r : svc().m_ParaList) EXPECT_EQ(r.bState, 0) << r.alertID;
 }
 
 }  // namespace

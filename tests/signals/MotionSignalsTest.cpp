@@ -1,24 +1,15 @@
 // Motion per channel: a message's state for a channel counts only when the
 // camera settings agree, video inputs and digital channels by their own rule.
-#include <gtest/gtest.h>
-
 #include "SignalMessages.h"
 
 using harness::Bytes;
-using harness::Harness;
 
 namespace {
 
 const uint32_t kMotion1 = 18;
 
-class Motion : public ::testing::Test {
+class Motion : public harness::ServiceTest {
 protected:
-    void SetUp() override {
-        h.start();
-        h.clearSent();
-        h.clearLines();
-    }
-    CAlertZelManage& svc() { return h.service(); }
     void settings(std::vector<uint8_t> kinds, std::vector<uint8_t> tags = {}) {
         h.deliver(320, sig::ipcSetting(kinds, tags));
     }
@@ -26,19 +17,14 @@ protected:
         h.deliver(1288, sig::mdState(tags, status));
     }
     // Channels whose flag is 1, and channels that are valid, as bit sets.
-    uint32_t flags() {
+    uint32_t flags() { return bits([&](int i) { return svc().m_MdState[i] != 0; }); }
+    uint32_t valid() { return bits([&](int i) { return svc().isEventValid(kMotion1 + i); }); }
+    template <class F>
+    static uint32_t bits(F f) {
         uint32_t out = 0;
-        for (int i = 0; i < 16; ++i) out |= static_cast<uint32_t>(svc().m_MdState[i] != 0) << i;
+        for (int i = 0; i < 16; ++i) out |= static_cast<uint32_t>(f(i)) << i;
         return out;
     }
-    uint32_t valid() {
-        uint32_t out = 0;
-        for (int i = 0; i < 16; ++i)
-            out |= static_cast<uint32_t>(svc().isEventValid(kMotion1 + i)) << i;
-        return out;
-    }
-
-    Harness h;
 };
 
 TEST_F(Motion, ChannelsCountByTheirSettingsRow) {

@@ -1,18 +1,14 @@
 // Every signal handler's opening: a null or short message, a payload length
 // its record doesn't have, and a head that claims more than arrived are each
 // refused with the handler's own line and change nothing.
-#include <gtest/gtest.h>
-
 #include "SignalMessages.h"
 
 using harness::Bytes;
-using harness::Harness;
 
 namespace {
 
 struct Opening {
-    const char* name;
-    unsigned int id;
+    unsigned int id, reply;  // reply: the id of the answer to the start request, or 0
     CAlertZelManage::Handler handler;
     uint32_t size;
     bool acceptsLonger;
@@ -22,47 +18,34 @@ struct Opening {
 };
 
 const Opening kOpenings[] = {
-    {"io", 1031, &CAlertZelManage::OnUpdateIOState, 4, false, "update io state length error \n",
+    {1031, 33800, &CAlertZelManage::OnUpdateIOState, 4, false, "update io state length error \n",
      "update io state failed msgerror=%d\n", "=======OnUpdateIOState======!\n"},
-    {"io reply", 33800, &CAlertZelManage::OnUpdateIOState, 4, false,
-     "update io state length error \n", "update io state failed msgerror=%d\n",
-     "=======OnUpdateIOState======!\n"},
-    {"panic", 1176, &CAlertZelManage::OnUpdatePanicKeyState, 4, false,
+    {1176, 0, &CAlertZelManage::OnUpdatePanicKeyState, 4, false,
      "OnUpdatePanicKeyState length error \n", "uOnUpdatePanicKeyState failed msgerror=%d\n",
      "=======OnUpdatePanicKeyState======!\n"},
-    {"acc", 1071, &CAlertZelManage::OnUpdateAccData, 40, false, "update acc data length error \n",
+    {1071, 0, &CAlertZelManage::OnUpdateAccData, 40, false, "update acc data length error \n",
      "update acc data failed msgerror=%d\n", "=======OnUpdateAccData======!\n"},
-    {"gps", 1073, &CAlertZelManage::OnUpdateGPSInfo, 52, true, "update station length error \n",
+    {1073, 0, &CAlertZelManage::OnUpdateGPSInfo, 52, true, "update station length error \n",
      "update gps failed msgerror=%d\n", "=======OnUpdateGPSInfo======!\n"},
-    {"speed", 6777, &CAlertZelManage::OnUpdateSpeedInfo, 12, false, "record param length error \n",
+    {6777, 0, &CAlertZelManage::OnUpdateSpeedInfo, 12, false, "record param length error \n",
      "record param failed msgerror=%d\n", ""},
-    {"vehicle", 1081, &CAlertZelManage::OnUpdataVehicleInfo, 64, false,
-     "[MTMAN]-vehicle length error \n", "[MTMAN]-vehicle failed msgerror=%d\n", ""},
-    {"alpr", 8963, &CAlertZelManage::onGetAlprEvent, 16, false, "onGetAlprEvent length error \n",
+    {1081, 0, &CAlertZelManage::OnUpdataVehicleInfo, 64, false, "[MTMAN]-vehicle length error \n",
+     "[MTMAN]-vehicle failed msgerror=%d\n", ""},
+    {8963, 0, &CAlertZelManage::onGetAlprEvent, 16, false, "onGetAlprEvent length error \n",
      "onGetAlprEvent length= %d \n", "=======onGetAlprEvent======!\n"},
-    {"motion", 1288, &CAlertZelManage::OnUpdateMDVideo, 48, false,
-     "update md state length error \n", "update md state failed msgerror=%d\n",
-     "=======OnUpdateMDVideo======!\n"},
-    {"motion reply", 34057, &CAlertZelManage::OnUpdateMDVideo, 48, false,
-     "update md state length error \n", "update md state failed msgerror=%d\n",
-     "=======OnUpdateMDVideo======!\n"},
-    {"camera", 320, &CAlertZelManage::OnUpdataIPCSetting, 3208, false, "ipc param length error \n",
+    {1288, 34057, &CAlertZelManage::OnUpdateMDVideo, 48, false, "update md state length error \n",
+     "update md state failed msgerror=%d\n", "=======OnUpdateMDVideo======!\n"},
+    {320, 33087, &CAlertZelManage::OnUpdataIPCSetting, 3208, false, "ipc param length error \n",
      "ipc param failed msgerror=%d\n", "=======OnUpdataIPCSetting======!\n"},
-    {"camera reply", 33087, &CAlertZelManage::OnUpdataIPCSetting, 3208, false,
-     "ipc param length error \n", "ipc param failed msgerror=%d\n",
-     "=======OnUpdataIPCSetting======!\n"},
-    {"j1939 table", 476, &CAlertZelManage::onGetJ1939param, 6048, false,
-     "onGetJ1939param length error \n", "onGetJ1939param length= %d \n",
-     "=======onGetJ1939param======!\n"},
-    {"j1939 reply", 33243, &CAlertZelManage::onGetJ1939param, 6048, false,
+    {476, 33243, &CAlertZelManage::onGetJ1939param, 6048, false,
      "onGetJ1939param length error \n", "onGetJ1939param length= %d \n",
      "=======onGetJ1939param======!\n"},
 };
 
-class Refusal : public ::testing::Test {
+class Refusal : public harness::ServiceTest {
 protected:
     void SetUp() override {
-        h.start();
+        up(false, false);
         sig::primeEverySignal(h);
         CAlertZelManage& s = svc();
         double j1939 = 0;
@@ -73,48 +56,41 @@ protected:
         h.clearSent();
         h.clearLines();
     }
-    CAlertZelManage& svc() { return h.service(); }
-
-    Harness h;
 };
 
 TEST_F(Refusal, EveryHandlerRefusesBadOpeningsWithItsLineAndChangesNothing) {
-    for (const Opening& o : kOpenings) {
-        SCOPED_TRACE(o.name);
-        h.clearLines();
-        Bytes before = sig::snapshot(svc());
-
-        // Null or shorter than a head: the length line, before any byte is read.
-        (svc().*o.handler)(nullptr, 64);
-        Bytes fifteen(15, 0xFF);
-        (svc().*o.handler)(reinterpret_cast<const char*>(fifteen.data()), 15);
-        EXPECT_EQ(h.countLines(o.lengthLine), 2);
-
-        // Lengths the record doesn't have, every byte received.
-        std::vector<uint32_t> wrong = {0, o.size - 1};
-        if (!o.acceptsLonger) wrong.push_back(o.size + 1);
-        for (uint32_t n : wrong) {
-            h.inject(o.id, Bytes(n, 0x11));
-            h.cycle();
-            EXPECT_EQ(h.countLines(sig::fmt(o.payloadFormat, static_cast<int>(n))), 1) << n;
+    for (const Opening& o : kOpenings)
+        for (unsigned int id : {o.id, o.reply}) {
+            if (id == 0) continue;
+            SCOPED_TRACE(id);
+            h.clearLines();
+            Bytes before = sig::snapshot(svc());
+            // Null or shorter than a head: the length line, before any byte is read.
+            (svc().*o.handler)(nullptr, 64);
+            Bytes fifteen(15, 0xFF);
+            (svc().*o.handler)(reinterpret_cast<const char*>(fifteen.data()), 15);
+            EXPECT_EQ(h.countLines(o.lengthLine), 2);
+            // Lengths the record doesn't have, every byte received; then heads
+            // that claim more than arrived.
+            std::vector<uint32_t> wrong = {0, o.size - 1};
+            if (!o.acceptsLonger) wrong.push_back(o.size + 1);
+            for (uint32_t n : wrong) send(id, Bytes(n, 0x11));
+            std::vector<uint32_t> cut = {o.size};
+            if (o.acceptsLonger) cut.push_back(o.size + 8);
+            for (uint32_t n : cut) {
+                h.injectClaiming(id, n, Bytes(n == o.size ? n - 1 : o.size, 0x22));
+                h.cycle();
+            }
+            for (uint32_t n : wrong) cut.push_back(n);
+            for (uint32_t n : cut)
+                EXPECT_EQ(h.countLines(harness::fmt(o.payloadFormat, static_cast<int>(n))), 1) << n;
+            if (*o.entryLine) {
+                EXPECT_GE(h.countLines(o.entryLine), 2 + static_cast<int>(wrong.size()));
+            }
+            EXPECT_EQ(sig::snapshot(svc()), before);
+            // A refused camera block asks for no motion state.
+            EXPECT_TRUE(h.sentWithId(1289).empty());
         }
-        // The right length in the head, but the message was cut short.
-        h.injectClaiming(o.id, o.size, Bytes(o.size - 1, 0x22));
-        h.cycle();
-        EXPECT_EQ(h.countLines(sig::fmt(o.payloadFormat, static_cast<int>(o.size))), 1);
-        if (o.acceptsLonger) {
-            h.injectClaiming(o.id, o.size + 8, Bytes(o.size, 0x22));
-            h.cycle();
-            EXPECT_EQ(h.countLines(sig::fmt(o.payloadFormat, static_cast<int>(o.size + 8))), 1);
-        }
-
-        if (*o.entryLine) {
-            EXPECT_GE(h.countLines(o.entryLine), 2 + static_cast<int>(wrong.size()));
-        }
-        EXPECT_EQ(sig::snapshot(svc()), before);
-        // A refused camera block asks for no motion state.
-        EXPECT_TRUE(h.sentWithId(1289).empty());
-    }
 }
 
 TEST_F(Refusal, HeadLengthAboveItsMaskIsReadMasked) {

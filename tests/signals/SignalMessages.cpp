@@ -1,9 +1,5 @@
 #include "SignalMessages.h"
 
-#include <stdarg.h>
-#include <stdio.h>
-#include <string.h>
-
 #include "ByteOrder.h"
 
 namespace sig {
@@ -13,10 +9,12 @@ namespace {
 void put16(Bytes& b, size_t pos, uint16_t v) { zel::putLe16(b.data(), pos, v); }
 void put32(Bytes& b, size_t pos, uint32_t v) { zel::putLe32(b.data(), pos, v); }
 
-template <typename T>
-void append(Bytes& out, const T& value) {
+void append(Bytes&) {}
+template <typename T, typename... More>
+void append(Bytes& out, const T& value, const More&... more) {
     const uint8_t* p = reinterpret_cast<const uint8_t*>(&value);
     out.insert(out.end(), p, p + sizeof value);
+    append(out, more...);
 }
 
 }  // namespace
@@ -111,31 +109,15 @@ Bytes canFrame(uint32_t canId, uint64_t data) {
 
 Bytes snapshot(CAlertZelManage& s) {
     Bytes out;
-    append(out, s.m_PanicKey);
-    append(out, s.m_AccData);
-    append(out, s.m_GpsInfo);
-    append(out, s.m_Speed);
-    append(out, s.m_HdTemp);
-    append(out, s.m_SysTemp);
-    append(out, s.m_SysVolt);
-    append(out, s.m_Ignition);
-    append(out, s.m_Accel);
-    append(out, s.m_AlprValue);
-    append(out, s.m_VehicleInfo);
-    append(out, s.m_MdRecord);
-    append(out, s.m_IpcSetting);
-    append(out, s.m_MdState);
-    append(out, s.m_IoState);
-    append(out, s.m_IOlState);
-    append(out, s.m_J1939Param);
+    append(out, s.m_PanicKey, s.m_AccData, s.m_GpsInfo, s.m_Speed, s.m_HdTemp, s.m_SysTemp,
+           s.m_SysVolt, s.m_Ignition, s.m_Accel, s.m_AlprValue, s.m_VehicleInfo, s.m_MdRecord,
+           s.m_IpcSetting, s.m_MdState, s.m_IoState, s.m_IOlState, s.m_J1939Param,
+           s.m_EventValid, s.m_bDiskTempOk);
     for (uint32_t row = 0; row < 64; ++row) {
         double v = 0;
         bool present = s.m_J1939Value.find(row, v);
-        append(out, present);
-        append(out, v);
+        append(out, present, v);
     }
-    append(out, s.m_EventValid);
-    append(out, s.m_bDiskTempOk);
     return out;
 }
 
@@ -148,28 +130,10 @@ void primeEverySignal(harness::Harness& h) {
     h.deliver(1071, accData(0x0180, 0x8180, 0x7fff));
     h.deliver(1073, gpsInfo(3));
     h.deliver(6777, speedInfo(0, 90));
-    Vehicle v;
-    v.vehicleMask = 0xB;
-    v.tempMask = 3;
-    v.sysInt = 40;
-    v.diskInt = 35;
-    v.voltMask = 1;
-    v.voltInt = 12;
-    v.statusMask = 9;
-    v.status = 1;
-    h.deliver(1081, vehicleInfo(v));
+    h.deliver(1081, vehicleInfo(Vehicle{0xB, 3, 40, 0, 35, 0, 1, 12, 0, 9, 1}));
     h.deliver(8963, alprEvent(0x1f, {1, 2, 3, 4, 5}));
     h.deliver(476, j1939Table({{5, 8, 65262, 0, 0, 1.0, -40.0}}));
     h.deliver(1089, canFrame(0x18FEEE00, 0x84));
-}
-
-std::string fmt(const char* format, ...) {
-    char buf[512];
-    va_list ap;
-    va_start(ap, format);
-    vsnprintf(buf, sizeof buf, format, ap);
-    va_end(ap);
-    return buf;
 }
 
 }  // namespace sig

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "Harness.h"
+#include "ServiceFixture.h"
 
 namespace sig {
 
@@ -24,6 +24,7 @@ Bytes accData(uint16_t x, uint16_t y, uint16_t z);
 Bytes gpsInfo(uint8_t state, size_t size = 52);
 Bytes speedInfo(uint8_t unit, uint32_t speed);
 
+// Fields in record order, for brace initialisation.
 struct Vehicle {
     uint32_t vehicleMask = 0;
     uint16_t tempMask = 0;
@@ -64,8 +65,6 @@ Bytes snapshot(CAlertZelManage& s);
 // Accepted messages of every kind with non-zero values, so that a refusal
 // that wrongly clears or writes something shows.
 void primeEverySignal(harness::Harness& h);
-
-std::string fmt(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 }  // namespace sig
 
