@@ -18,15 +18,16 @@ run_suite() {  # build-dir, extra cmake args...
 
 echo "== tests"
 run_suite build
-echo "== tests under AddressSanitizer and UndefinedBehaviorSanitizer"
+echo "== tests under AddressSanitizer and UndefinedBehaviorSanitizer (${SECONDS}s so far)"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DAZ_SANITIZE=address,undefined
-echo "== bus and host tests under ThreadSanitizer"
+echo "== bus and host tests under ThreadSanitizer (${SECONDS}s so far)"
 cmake -S . -B build-tsan -DAZ_BUILD_TESTS=ON -DAZ_SANITIZE=thread >/dev/null
 cmake --build build-tsan -j"$jobs" --target platform_bus_test platform_misc_test \
   platform_process_test q7x-host q7x-busd q7xtestplugin
 TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build-tsan --output-on-failure -j"$jobs" -R '^platform_'
-echo "== fuzz targets, 10 s each"
+echo "== fuzz targets, 10 s each (${SECONDS}s so far)"
 ./scripts/fuzz.sh 10
-echo "== soak, 60 s"
+echo "== soak, 60 s (${SECONDS}s so far)"
 ./scripts/soak.sh 60
+echo "== all done in ${SECONDS}s"
