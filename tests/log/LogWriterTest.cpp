@@ -3,13 +3,11 @@
 // when the log comes up empty.
 #include <stdlib.h>
 
-#include "ByteOrder.h"
-#include "LogFixture.h"
 #include "LogFrame.h"
-#include "MessageIds.h"
+#include "ScriptedStorage.h"
 
 using harness::Bytes;
-using logtest::dateTime;
+using harness::dateTime;
 using logtest::LogFixture;
 
 namespace {
@@ -70,45 +68,48 @@ TEST_F(LogWriter, WriteAndPatchOfAlert7AreTheDocumentedBytes) {
     EXPECT_EQ(harness::hex(storage.today()[0]), patched);
 }
 
-TEST_F(LogWriter, PatchKeepsTheBitsOfTheLastByteOutsideTheWeekday) {
-    uint8_t frame[60];
-    zel::buildLogFrame(frame, 7, kStart7);
-    frame[58] = 0x5A;
-    frame[59] = 0xE3;
-    zel::patchLogFrameEnd(frame, kPatch7);
-    EXPECT_EQ(frame[58], 0x5A);
-    EXPECT_EQ(frame[59], 0xF7);  // (0xE3 & ~0x1C) | 0x14
-}
-
-TEST_F(LogWriter, ResponsiveStorageCostsTheSettleSleepAndNoTimeout) {
-    double took = timed([&] { write(7); });
-    EXPECT_LT(took, 0.1);
-    EXPECT_GE(took, 0.05);
-    EXPECT_EQ(sentIds(), (std::vector<unsigned int>{6661, 6671}));
-    took = timed([&] { svc().modifyAlertZelLog(7, kPatch7, true); });
-    EXPECT_LT(took, 0.01);
-    EXPECT_FALSE(hasEntry(7));
-}
-
-TEST_F(LogWriter, SilentStorageEndsEachWaitAfterAboutSixSeconds) {
-    storage.writeReplyDelayUs = -1;
-    double took = timed([&] { write(7); });
-    EXPECT_GE(took, 5.0);  // whole seconds of time(): 5 to 6.5 s
-    EXPECT_LE(took, 6.6);
-    EXPECT_TRUE(h.hasLine("=========write Zel alert fail ID[7]...\n"));
-    EXPECT_EQ(sentIds(), (std::vector<unsigned int>{6661}));  // no size query
-    EXPECT_FALSE(hasEntry(7));
-    EXPECT_EQ(svc().m_bWritePending, 1);  // a time-out leaves the flag set
-
-    storage.writeReplyDelayUs = 0;
-    storage.sizeReplyDelayUs = -1;
-    h.clearLines();
-    took = timed([&] { write(8); });
-    EXPECT_GE(took, 5.0);  // whole seconds of time(): 5 to 6.5 s
-    EXPECT_LE(took, 6.6);
-    EXPECT_TRUE(h.hasLine("=========write Zel alert log size[0]...\n"));
-    EXPECT_TRUE(h.hasLine("=========GetZelAlertLogSize() fail ID[8]...\n"));
-    EXPECT_FALSE(hasEntry(8));
+// How long a write waits and what it leaves, by how storage answers.
+TEST_F(LogWriter, WriteWaitsForOneRoundTripAtMostAboutSixSeconds) {
+    struct Row {
+        const char* name;
+        int64_t writeDelayUs, sizeDelayUs;  // -1: no reply
+        int8_t result;
+        double minS, maxS;  // whole seconds of time(): a silent wait takes 5 to 6.5 s
+        std::vector<unsigned int> sent;
+        std::vector<const char*> lines;  // one %d: the id
+        bool entry;
+    } rows[] = {
+        {"responsive: the settle sleep only", 0, 0, 0, 0.05, 0.1, {6661, 6671}, {}, true},
+        {"write reply inside the settle sleep", 20000, 0, 0, 0.05, 0.1, {6661, 6671}, {}, true},
+        {"silent on the write", -1, 0, 0, 5.0, 6.6, {6661},
+         {"=========write Zel alert fail ID[%d]...\n"}, false},
+        {"silent on the size", 0, -1, 0, 5.0, 6.6, {6661, 6671},
+         {"=========write Zel alert log size[0]...\n",
+          "=========GetZelAlertLogSize() fail ID[%d]...\n"}, false},
+        {"write refused", 0, 0, static_cast<int8_t>(0xFD), 0, 0.1, {6661},
+         {"write Zel alert log result = -3 \n", "=========write Zel alert fail ID[%d]...\n"},
+         false},
+    };
+    uint32_t id = 0;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        h.clearSent();
+        h.clearLines();
+        storage.writeReplyDelayUs = row.writeDelayUs;
+        storage.sizeReplyDelayUs = row.sizeDelayUs;
+        storage.writeResult = row.result;
+        double took = timed([&] { write(++id); });
+        EXPECT_GE(took, row.minS);
+        EXPECT_LE(took, row.maxS);
+        EXPECT_EQ(sentIds(), row.sent);
+        for (const char* line : row.lines) EXPECT_TRUE(h.hasLine(harness::fmt(line, id))) << line;
+        EXPECT_EQ(hasEntry(id), row.entry);
+        // A time-out leaves the flag set.
+        EXPECT_EQ(svc().m_bWritePending, row.writeDelayUs < 0 ? 1 : 0);
+    }
+    storage.sizeReplyDelayUs = 0;
+    EXPECT_LT(timed([&] { svc().modifyAlertZelLog(1, kPatch7, true); }), 0.01);
+    EXPECT_FALSE(hasEntry(1));
 }
 
 TEST_F(LogWriter, ClockSetBackDuringAWaitDoesNotStretchIt) {
@@ -123,13 +124,6 @@ TEST_F(LogWriter, ClockSetBackDuringAWaitDoesNotStretchIt) {
     EXPECT_LE(took, 7.6);  // the step hides at most the second it fell in
 }
 
-TEST_F(LogWriter, WriteReplySentDuringTheSettleSleepCounts) {
-    storage.writeReplyDelayUs = 20000;
-    double took = timed([&] { write(7); });
-    EXPECT_LT(took, 0.1);
-    EXPECT_TRUE(hasEntry(7));
-}
-
 TEST_F(LogWriter, LateWriteReplyCountsForTheWriteThatWaitsWhenItLands) {
     storage.writeReplyDelayUs = 8000000;
     write(3);
@@ -142,28 +136,6 @@ TEST_F(LogWriter, LateWriteReplyCountsForTheWriteThatWaitsWhenItLands) {
     EXPECT_FALSE(hasEntry(3));
 }
 
-TEST_F(LogWriter, RefusedWriteEndsTheWaitAndMakesNoEntry) {
-    storage.writeResult = static_cast<int8_t>(0xFD);
-    double took = timed([&] { write(7); });
-    EXPECT_LT(took, 0.1);
-    std::vector<std::string> texts = h.texts(2);
-    ASSERT_EQ(texts.size(), 3u);
-    EXPECT_EQ(texts[1], "write Zel alert log result = -3 \n");
-    EXPECT_EQ(texts[2], "=========write Zel alert fail ID[7]...\n");
-    EXPECT_EQ(sentIds(), (std::vector<unsigned int>{6661}));
-    EXPECT_FALSE(hasEntry(7));
-}
-
-// A reply to the size query as a row: the head's length word, the bytes that
-// really follow it, and what the query then returns.
-struct SizeReplyRow {
-    const char* name;
-    uint32_t claimed;
-    Bytes payload;
-    uint64_t expectSize;
-    const char* expectLine;  // level 3, or "" for none
-};
-
 Bytes sizeReply(int8_t result, uint64_t size, size_t length = 32) {
     Bytes b(32, 0);
     b[1] = static_cast<uint8_t>(result);
@@ -172,78 +144,63 @@ Bytes sizeReply(int8_t result, uint64_t size, size_t length = 32) {
     return b;
 }
 
-TEST_F(LogWriter, SizeRepliesAreReadOnlyWhenWellFormedAndSuccessful) {
-    const SizeReplyRow rows[] = {
-        {"good", 32, sizeReply(0, 204), 204, ""},
-        {"high bits of the length word", 32 | 0xFF800000u, sizeReply(0, 204), 204, ""},
-        {"refused", 32, sizeReply(-1, 204), 0, ""},
-        {"too long", 33, sizeReply(0, 204, 33), 0, "file info failed msgerror=33\n"},
-        {"too short", 31, sizeReply(0, 204, 31), 0, "file info failed msgerror=31\n"},
-        {"head claims more than came", 32, sizeReply(0, 204, 20), 0,
-         "file info failed msgerror=20\n"},
-        {"head claims a longer reply", 40, sizeReply(0, 204), 0, "file info failed msgerror=40\n"},
-    };
-    for (const SizeReplyRow& row : rows) {
-        SCOPED_TRACE(row.name);
-        h.clearLines();
-        h.onSend(6671, [&](const harness::SentMessage&) {
-            h.injectClaiming(39439, row.claimed, row.payload);
-        });
-        unsigned long long size = 0;
-        double took = timed([&] { size = svc().GetZelAlertLogSize(); });
-        EXPECT_EQ(size, row.expectSize);
-        EXPECT_LT(took, 0.6);  // any reply ends the wait
-        EXPECT_EQ(h.hasLine(row.expectLine), *row.expectLine != 0);
-        EXPECT_EQ(h.countLines("=========write Zel alert log size[" +
-                               std::to_string(row.expectSize) + "]...\n"),
-                  1);
-    }
-}
-
-TEST_F(LogWriter, WriteRepliesOfAWrongLengthFailTheWriteAtOnce) {
+// Any reply ends its wait; it counts only when well formed and successful.
+TEST_F(LogWriter, RepliesOfAWrongLengthOrARefusalCountForNothing) {
+    const std::string kWrite = "write file failed msgerror length=", kSize = "file info failed msgerror=";
+    const std::string kFrom = ", sourceid = 0x4d session = 0x";
     struct Row {
-        uint32_t claimed;
-        size_t bytes;
-        bool stored;
-        const char* line;
+        unsigned int reply;  // 39429 to a write, 39439 to a size query
+        uint32_t claimed;    // the head's length word
+        Bytes payload;
+        bool counts;
+        std::string line;  // the start of a level-3 line, or ""
     } rows[] = {
-        {8, 8, true, ""},
-        {8 | 0x800000u, 8, true, ""},
-        {12, 12, false, "write file failed msgerror length=12, sourceid = 0x4d session = 0x"},
-        {8, 2, false, "write file failed msgerror length=2, sourceid = 0x4d session = 0x"},
-        {12, 8, false, "write file failed msgerror length=12, sourceid = 0x4d session = 0x"},
-        {0, 0, false, "write file failed msgerror length=0, sourceid = 0x4d session = 0x"},
+        {39439, 32, sizeReply(0, 204), true, ""},
+        {39439, 32 | 0xFF800000u, sizeReply(0, 204), true, ""},
+        {39439, 32, sizeReply(-1, 204), false, ""},
+        {39439, 33, sizeReply(0, 204, 33), false, kSize + "33\n"},
+        {39439, 31, sizeReply(0, 204, 31), false, kSize + "31\n"},
+        {39439, 32, sizeReply(0, 204, 20), false, kSize + "20\n"},  // claims more than came
+        {39439, 40, sizeReply(0, 204), false, kSize + "40\n"},
+        {39429, 8, Bytes(8, 0), true, ""},
+        {39429, 8 | 0x800000u, Bytes(8, 0), true, ""},
+        {39429, 12, Bytes(12, 0), false, kWrite + "12" + kFrom},
+        {39429, 8, Bytes(2, 0), false, kWrite + "2" + kFrom},
+        {39429, 12, Bytes(8, 0), false, kWrite + "12" + kFrom},
+        {39429, 0, Bytes(), false, kWrite + "0" + kFrom},
     };
-    h.onSend(6671, [&](const harness::SentMessage&) { h.inject(39439, sizeReply(0, 144)); });
-    uint32_t id = 1;
+    uint32_t id = 0;
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.claimed);
+        SCOPED_TRACE(row.line);
         h.clearLines();
-        h.onSend(6661, [&](const harness::SentMessage&) {
-            h.injectClaiming(39429, row.claimed, Bytes(row.bytes, 0));
+        h.onSend(6671, [&](const harness::SentMessage&) { h.inject(39439, sizeReply(0, 144)); });
+        h.onSend(row.reply == 39429 ? 6661 : 6671, [&](const harness::SentMessage&) {
+            h.injectClaiming(row.reply, row.claimed, row.payload);
         });
-        double took = timed([&] { write(id); });
-        EXPECT_LT(took, 0.6);
-        EXPECT_EQ(svc().m_LogFrameMap.count(id), row.stored ? 1u : 0u);
-        bool found = *row.line == 0;
+        if (row.reply == 39429) {
+            EXPECT_LT(timed([&] { write(++id); }), 0.6);
+            EXPECT_EQ(hasEntry(id), row.counts);
+        } else {
+            unsigned long long size = 0;
+            EXPECT_LT(timed([&] { size = svc().GetZelAlertLogSize(); }), 0.6);
+            EXPECT_EQ(size, row.counts ? 204u : 0u);
+            EXPECT_EQ(h.countLines(harness::fmt("=========write Zel alert log size[%llu]...\n", size)), 1);
+        }
+        bool found = row.line.empty();
         for (const harness::DebugLine& l : h.lines())
-            if (*row.line && l.text.rfind(row.line, 0) == 0 && l.level == 3) found = true;
+            found |= !row.line.empty() && l.level == 3 && l.text.rfind(row.line, 0) == 0;
         EXPECT_TRUE(found);
-        ++id;
     }
 }
 
 TEST_F(LogWriter, HandlersRefuseNullAndShortMessagesButClearTheirFlag) {
     const char shortMsg[10] = {};
-    svc().m_bWritePending = 1;
-    svc().OnReturnWriteResult(nullptr, 0);
-    EXPECT_EQ(svc().m_bWritePending, 0);
-    svc().m_bSizePending = 1;
-    svc().OnReturnAlarmLogSize(shortMsg, 10);
-    EXPECT_EQ(svc().m_bSizePending, 0);
+    svc().m_bWritePending = svc().m_bSizePending = 1;
     svc().m_bStorageReady = 0;
+    svc().OnReturnWriteResult(nullptr, 0);
+    svc().OnReturnAlarmLogSize(shortMsg, 10);
     svc().OnCheckStoragePlugin(shortMsg, 15);
-    EXPECT_EQ(svc().m_bStorageReady, 0);
+    EXPECT_EQ(svc().m_bWritePending + svc().m_bSizePending + svc().m_bStorageReady, 0);
     svc().OnGetZelAlertState(nullptr, 16);
     EXPECT_EQ(h.texts(), (std::vector<std::string>{"write file length error \n",
                                                    "file info length error \n",
@@ -264,9 +221,7 @@ TEST_F(LogWriter, SizeQueryNeverReturnsASizeFromBeforeIt) {
 }
 
 TEST_F(LogWriter, EmptyLogRewritesOpenFramesInIdOrderAndRenumbersThem) {
-    write(9, dateTime(26, 3, 5, 10, 0, 9));
-    write(2, dateTime(26, 3, 5, 10, 0, 2));
-    write(5, dateTime(26, 3, 5, 10, 0, 5));
+    for (uint8_t id : {9, 2, 5}) write(id, dateTime(26, 3, 5, 10, 0, id));
     EXPECT_EQ(offsetOf(9), 84u);
     EXPECT_EQ(offsetOf(5), 204u);
     const Common::_datetime_ firstPatch = dateTime(26, 3, 5, 11, 0, 0);
@@ -297,32 +252,18 @@ TEST_F(LogWriter, EmptyLogRewritesOpenFramesInIdOrderAndRenumbersThem) {
     EXPECT_EQ(logtest::frameEnd(storage.today()[1]), logtest::stampOf(secondPatch));
 }
 
-TEST_F(LogWriter, EmptyLogWithoutOpenFramesWritesNothingAndFailsThePatch) {
-    svc().modifyAlertZelLog(4, kPatch7, true);
-    EXPECT_EQ(sentIds(), (std::vector<unsigned int>{6671}));
-    EXPECT_TRUE(h.hasLine("=========modify Zel alert fail ID[4]...\n"));
-}
-
-TEST_F(LogWriter, SizeQueryThatTimesOutRewritesEveryOpenFrame) {
-    write(2);
-    write(9);
-    storage.sizeReplyDelayUs = -1;
-    h.clearSent();
-    double took = timed([&] { svc().modifyAlertZelLog(9, kPatch7, false); });
-    EXPECT_GE(took, 5.0);  // whole seconds of time(): 5 to 6.5 s
-    EXPECT_LE(took, 6.6);
-    EXPECT_EQ(sentIds(), (std::vector<unsigned int>{6671, 6661, 6661, 6668}));
-    EXPECT_EQ(offsetOf(9), 144u);
-}
-
-TEST_F(LogWriter, ClosingPatchDropsTheEntrySoALaterPatchFails) {
+// An empty log and no open frame, or a frame its closing patch dropped.
+TEST_F(LogWriter, PatchOfAnIdWithoutAnEntryFailsAfterItsSizeQuery) {
     write(7);
     svc().modifyAlertZelLog(7, kPatch7, true);
     EXPECT_FALSE(hasEntry(7));
-    h.clearSent();
-    svc().modifyAlertZelLog(7, kPatch7, false);
-    EXPECT_EQ(sentIds(), (std::vector<unsigned int>{6671}));  // the query still goes out
-    EXPECT_TRUE(h.hasLine("=========modify Zel alert fail ID[7]...\n"));
+    for (uint32_t id : {7u, 4u}) {
+        if (id == 4) storage.wipe();
+        h.clearSent();
+        svc().modifyAlertZelLog(id, kPatch7, id == 4);
+        EXPECT_EQ(sentIds(), (std::vector<unsigned int>{6671}));  // nothing written
+        EXPECT_TRUE(h.hasLine(harness::fmt("=========modify Zel alert fail ID[%d]...\n", id)));
+    }
 }
 
 TEST_F(LogWriter, SecondWriteOfAnIdReplacesItsWholeEntry) {

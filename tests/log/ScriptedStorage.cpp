@@ -31,8 +31,7 @@ void ScriptedStorage::onWrite(const harness::SentMessage& m) {
     Bytes r(zel::kWriteReplySize, 0);
     r[zel::kReqLogType] = zel::kAlertLogType;
     r[zel::kReplyResult] = static_cast<uint8_t>(result);
-    reply(writeReplyDelayUs, zel::kMsgLogWriteReply, r);
-    if (afterWrite) afterWrite();
+    reply(writeReplyDelayUs, zel::kMsgLogWrite, zel::kMsgLogWriteReply, r);
 }
 
 void ScriptedStorage::onModify(const harness::SentMessage& m) {
@@ -51,12 +50,15 @@ void ScriptedStorage::onSize(const harness::SentMessage& m) {
     r[zel::kReqLogType] = zel::kAlertLogType;
     r[zel::kReplyResult] = static_cast<uint8_t>(sizeResult);
     zel::putLe64(r.data(), zel::kSizeReplyLogSize, size());
-    reply(sizeReplyDelayUs, zel::kMsgLogSizeReply, r);
+    reply(sizeReplyDelayUs, zel::kMsgLogSize, zel::kMsgLogSizeReply, r);
 }
 
-void ScriptedStorage::reply(int64_t delayUs, unsigned int id, const Bytes& payload) {
-    if (delayUs < 0) return;
-    m_h.injectAt(m_h.nowUs() + delayUs, id, payload);
+void ScriptedStorage::reply(int64_t delayUs, unsigned int request, unsigned int id,
+                            const Bytes& payload) {
+    if (replyDelay) delayUs = replyDelay();
+    int64_t at = delayUs < 0 ? -1 : m_h.nowUs() + delayUs;
+    if (at >= 0) m_h.injectAt(at, id, payload);
+    if (inRequest) inRequest(request, at);
 }
 
 uint32_t frameAlertId(const Bytes& frame) { return zel::getLe32(frame.data(), zel::kFrameAlertId); }

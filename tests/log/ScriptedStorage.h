@@ -11,7 +11,7 @@
 #include <map>
 #include <vector>
 
-#include "Harness.h"
+#include "ServiceFixture.h"
 
 namespace logtest {
 
@@ -23,8 +23,10 @@ public:
     explicit ScriptedStorage(harness::Harness& h);
 
     // Replies go out this long after the request (virtual time); -1: never.
+    // replyDelay, when set, draws the delay of every reply instead.
     int64_t writeReplyDelayUs = 0;
     int64_t sizeReplyDelayUs = 0;
+    std::function<int64_t()> replyDelay;
     int8_t writeResult = 0;
     int8_t sizeResult = 0;
 
@@ -38,14 +40,15 @@ public:
     // Forgets every log, as a storage that lost its disk would.
     void wipe() { m_logs.clear(); }
 
-    // Runs inside each write request, after its reply is queued.
-    std::function<void()> afterWrite;
+    // Runs inside each write and size request, after its reply is queued
+    // for replyAtUs (-1: none).
+    std::function<void(unsigned int id, int64_t replyAtUs)> inRequest;
 
 private:
     void onWrite(const harness::SentMessage& m);
     void onModify(const harness::SentMessage& m);
     void onSize(const harness::SentMessage& m);
-    void reply(int64_t delayUs, unsigned int id, const Bytes& payload);
+    void reply(int64_t delayUs, unsigned int request, unsigned int id, const Bytes& payload);
 
     harness::Harness& m_h;
     std::map<uint32_t, std::vector<Bytes>> m_logs;  // by yyyymmdd
@@ -57,6 +60,12 @@ Bytes frameStart(const Bytes& frame);  // 8-byte stamp at 44
 Bytes frameEnd(const Bytes& frame);    // 8-byte stamp at 52
 // A stamp of dt as the frame holds it.
 Bytes stampOf(const Common::_datetime_& dt);
+
+// A ready service with this storage behind it.
+class LogFixture : public harness::ReadyServiceTest {
+protected:
+    ScriptedStorage storage{h};
+};
 
 }  // namespace logtest
 

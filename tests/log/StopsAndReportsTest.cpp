@@ -1,13 +1,12 @@
 // Forced ends (day rollover, clock flag, one alert by id) and the reports
 // they make, and the state query answered from the log's open frames.
-#include "LogFixture.h"
-#include "MessageIds.h"
+#include "ScriptedStorage.h"
 
 using harness::Bytes;
-using logtest::dateTime;
+using harness::dateTime;
+using harness::Report;
+using harness::six;
 using logtest::LogFixture;
-using logtest::Report;
-using logtest::six;
 
 namespace {
 
@@ -27,8 +26,8 @@ protected:
 TEST_F(Stops, MidnightSplitsEachRunningAlertIntoTwoFrames) {
     h.setDeviceTime(2026, 3, 5, 23, 59, 50);
     h.cycle();
-    ZelAlertPara_t& a = addSpeedRule(3);
-    ZelAlertPara_t& b = addSpeedRule(8);
+    ZelAlertPara_t& a = addRule(3);
+    ZelAlertPara_t& b = addRule(8);
     speed(70);
     h.cycle();
     const Common::_datetime_ start = a.alarmStart;
@@ -47,18 +46,13 @@ TEST_F(Stops, MidnightSplitsEachRunningAlertIntoTwoFrames) {
                                                            3215, 6661, 6671, 6661, 6671, 3215}));
     std::vector<std::vector<Report>> reps = reports();
     ASSERT_GE(reps.size(), 3u);
-    const std::vector<Report>& ended = reps[reps.size() - 2];
-    ASSERT_EQ(ended.size(), 2u);
-    EXPECT_EQ(ended[0].alertID, 3u);
-    EXPECT_EQ(ended[1].alertID, 8u);
-    EXPECT_EQ(ended[0].ended, 1);
-    EXPECT_EQ(ended[0].time, ended[1].time);
-    EXPECT_EQ(ended[0].time[2], 6);  // the new day
-    const std::vector<Report>& began = reps.back();
-    ASSERT_EQ(began.size(), 2u);
-    EXPECT_EQ(began[0].ended, 0);
-    EXPECT_EQ(began[0].time, six(start));  // the day before
-    EXPECT_EQ(began[1].time, six(b.alarmStart));
+    const Bytes midnight = six(dateTime(26, 3, 6, 0, 0, 0));
+    ASSERT_EQ(reps[reps.size() - 2].size(), 2u);
+    const Bytes endTime = reps[reps.size() - 2][0].time;
+    EXPECT_EQ(Bytes(endTime.begin(), endTime.begin() + 4), Bytes(midnight.begin(), midnight.begin() + 4));
+    EXPECT_EQ(reps[reps.size() - 2], (std::vector<Report>{{3, endTime, 1}, {8, endTime, 1}}));
+    // Both rise again with their starts of the day before.
+    EXPECT_EQ(reps.back(), (std::vector<Report>{{3, six(start), 0}, {8, six(b.alarmStart), 0}}));
     EXPECT_EQ(a.bState, 1);
 
     std::vector<Bytes>& newDay = storage.logOf(2026, 3, 6);
@@ -68,7 +62,7 @@ TEST_F(Stops, MidnightSplitsEachRunningAlertIntoTwoFrames) {
         EXPECT_EQ(logtest::frameAlertId(newDay[i]), ids[i]);
         EXPECT_EQ(logtest::frameStart(newDay[i]), logtest::stampOf(start));
         Bytes end = logtest::frameEnd(newDay[i]);
-        if (i < 2) EXPECT_EQ(Bytes(end.begin(), end.begin() + 6), ended[0].time);
+        if (i < 2) EXPECT_EQ(Bytes(end.begin(), end.begin() + 6), endTime);
         else EXPECT_EQ(end, Bytes(8, 0));
     }
     EXPECT_EQ(svc().m_LogFrameMap.at(3).frameOffset, 204u);
@@ -91,7 +85,7 @@ TEST_F(Stops, ClockFlagOrDateChangeStopsAllOnceAndAnHourChangeDoesNot) {
         {"date set back a day", [&] { h.stepDeviceOnly(-86400); }, true},
         {"hour moves on", [&] { h.stepDeviceOnly(3600); }, false},
     };
-    ZelAlertPara_t& r = addSpeedRule(5);
+    ZelAlertPara_t& r = addRule(5);
     speed(70);
     h.cycle();
     const Bytes start = six(r.alarmStart);
@@ -106,15 +100,14 @@ TEST_F(Stops, ClockFlagOrDateChangeStopsAllOnceAndAnHourChangeDoesNot) {
         ASSERT_EQ(reps.size(), row.stops ? 2u : 0u);
         if (!row.stops) continue;
         EXPECT_EQ(reps[0][0].ended, 1);
-        EXPECT_EQ(reps[1][0].ended, 0);
-        EXPECT_EQ(reps[1][0].time, start);
+        EXPECT_EQ(reps[1], (std::vector<Report>{{5, start, 0}}));
         EXPECT_EQ(r.bState, 1);
     }
 }
 
 TEST_F(Stops, StopOneStopsTheFirstRuleOfAnIdAndItRisesAgain) {
-    ZelAlertPara_t& first = addSpeedRule(6);
-    ZelAlertPara_t& second = addSpeedRule(6);
+    ZelAlertPara_t& first = addRule(6);
+    ZelAlertPara_t& second = addRule(6);
     speed(70);
     h.cycle();
     const Bytes start = six(first.alarmStart);
@@ -127,22 +120,19 @@ TEST_F(Stops, StopOneStopsTheFirstRuleOfAnIdAndItRisesAgain) {
     EXPECT_TRUE(h.hasLine("======StopOneAlarm[6]==End=== !\n"));
     h.clearSent();
     h.cycle();
-    ASSERT_EQ(reports().size(), 1u);
-    EXPECT_EQ(reports()[0][0].ended, 0);
-    EXPECT_EQ(reports()[0][0].time, start);
+    EXPECT_EQ(reports(), (std::vector<std::vector<Report>>{{{6, start, 0}}}));
 }
 
 TEST_F(Stops, AlertWithoutAFrameIsStillReportedAtBothEnds) {
     storage.writeResult = -1;
-    addSpeedRule(4);
+    addRule(4);
     speed(70);
     h.cycle();
     svc().StopAllAlarm();
     EXPECT_TRUE(h.hasLine("=========modify Zel alert fail ID[4]...\n"));
     std::vector<std::vector<Report>> reps = reports();
     ASSERT_EQ(reps.size(), 2u);
-    EXPECT_EQ(reps[0][0].ended, 0);
-    EXPECT_EQ(reps[1][0].ended, 1);
+    EXPECT_EQ(reps[0][0].ended * 10 + reps[1][0].ended, 1);
     EXPECT_TRUE(h.hasLine("======StopAllAlarm==End=== !\n"));
 }
 
@@ -155,7 +145,7 @@ TEST_F(Stops, StopOfAnUnknownIdEmptiesTheListAndSendsNothing) {
                                                    "======StopOneAlarm[42]==End=== !\n"}));
 }
 
-class StateQuery : public LogFixture {};
+using StateQuery = LogFixture;
 
 TEST_F(StateQuery, ListsTheOpenFramesInAscendingIdWithTheirStart) {
     const Common::_datetime_ start9 = dateTime(26, 3, 5, 10, 9, 9);
@@ -169,18 +159,15 @@ TEST_F(StateQuery, ListsTheOpenFramesInAscendingIdWithTheirStart) {
     std::vector<harness::SentMessage> replies = h.sentWithId(3216 | 0x8000);
     ASSERT_EQ(replies.size(), 1u);
     EXPECT_TRUE(replies[0].response);
-    std::vector<Report> list = logtest::decodeList(replies[0].payload);
-    ASSERT_EQ(list.size(), 2u);
-    EXPECT_EQ(list[0].alertID, 2u);
-    EXPECT_EQ(list[0].time, six(start2));
-    EXPECT_EQ(list[1].alertID, 9u);
-    EXPECT_EQ(list[1].time, six(start9));  // its start, not its last patch
-    EXPECT_EQ(list[0].ended, 0);
-    EXPECT_EQ(list[1].ended, 0);
+    // 9 with its start, not its last patch.
+    EXPECT_EQ(harness::decodeList(replies[0].payload),
+              (std::vector<Report>{{2, six(start2), 0}, {9, six(start9), 0}}));
 }
 
 TEST_F(StateQuery, QueryDuringAWriteDoesNotYetSeeThatAlert) {
-    storage.afterWrite = [&] { h.inject(3216, Bytes()); };
+    storage.inRequest = [&](unsigned int id, int64_t) {
+        if (id == 6661) h.inject(3216, Bytes());
+    };
     svc().writeAlertZelLog(7, 0, dateTime(26, 3, 5, 10, 0, 0));
     std::vector<harness::SentMessage> replies = h.sentWithId(3216 | 0x8000);
     ASSERT_EQ(replies.size(), 1u);

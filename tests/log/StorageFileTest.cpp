@@ -11,25 +11,12 @@
 #include "AlertLogFile.h"
 #include "AlertLogStore.h"
 #include "ByteOrder.h"
-#include "LogFrame.h"
+#include "StorageMessages.h"
 #include "StorageRequests.h"
 
 namespace {
 
-typedef std::vector<uint8_t> Bytes;
-
-Common::_datetime_ at(int day, int hour, int minute, int second) {
-    Common::_datetime_ dt = {26, 3, static_cast<unsigned char>(day),
-                             static_cast<unsigned char>(hour), static_cast<unsigned char>(minute),
-                             static_cast<unsigned char>(second), 4, 0};
-    return dt;
-}
-
-Bytes frameOf(uint32_t alertID, const Common::_datetime_& start) {
-    Bytes f(60);
-    zel::buildLogFrame(f.data(), alertID, start);
-    return f;
-}
+using namespace storagetest;
 
 // A whole request message: the head as the bus delivers it, then payload.
 Bytes message(const Bytes& payload, uint32_t claimed) {
@@ -39,25 +26,6 @@ Bytes message(const Bytes& payload, uint32_t claimed) {
     zel::putLe32(m.data(), 12, claimed);
     for (size_t i = 0; i < payload.size(); ++i) m[16 + i] = payload[i];
     return m;
-}
-
-Bytes writeRequest(const Bytes& frame, const Common::_datetime_& logDate) {
-    Bytes p(76, 0);
-    zel::fillWriteRequest(p.data(), reinterpret_cast<const uint8_t*>(&logDate), frame.data());
-    return p;
-}
-
-Bytes modifyRequest(const Bytes& frame, uint64_t offset) {
-    Bytes p(92, 0);
-    Common::_datetime_ now = at(5, 12, 0, 0);
-    zel::fillModifyRequest(p.data(), reinterpret_cast<const uint8_t*>(&now), offset, frame.data());
-    return p;
-}
-
-Bytes sizeRequest() {
-    Bytes p(12, 0);
-    zel::buildSizeQuery(p.data());
-    return p;
 }
 
 class StorageFiles : public ::testing::Test {
@@ -82,10 +50,11 @@ protected:
         return made ? made : "/tmp";
     }
 
-    // Reply result of a write; the reply's length is checked on the way.
-    int write(const Bytes& frame, const Common::_datetime_& logDate) {
+    // Reply result of a write, dated as the frame's start; the reply's
+    // length is checked on the way.
+    int write(const Bytes& frame) {
         Bytes reply;
-        Bytes msg = message(writeRequest(frame, logDate), 76);
+        Bytes msg = message(writeRequest(frame), 76);
         EXPECT_TRUE(requests.onWrite(reinterpret_cast<const char*>(msg.data()),
                                      static_cast<int>(msg.size()), reply));
         EXPECT_EQ(reply.size(), 8u);
@@ -134,33 +103,23 @@ protected:
     zelstore::StorageRequests requests;
 };
 
-TEST_F(StorageFiles, AppendsFramesBackToBackBehindADocumentedHead) {
+TEST_F(StorageFiles, AppendsFramesBehindADocumentedHeadAndReplacesOneAtItsOffset) {
     EXPECT_EQ(size(), 0u);
     EXPECT_FALSE(access(path(5).c_str(), F_OK) == 0);  // a size query makes no file
-    Bytes a = frameOf(7, at(5, 11, 0, 0));
-    Bytes b = frameOf(9, at(5, 11, 30, 0));
-    EXPECT_EQ(write(a, at(5, 11, 0, 0)), 0);
-    EXPECT_EQ(write(b, at(5, 11, 30, 0)), 0);
+    Bytes frames[3] = {frameOf(2, at(5, 9, 0, 0)), frameOf(5, at(5, 9, 5, 0)),
+                       frameOf(9, at(5, 9, 9, 0))};
+    for (const Bytes& f : frames) ASSERT_EQ(write(f), 0);
     int day = 0;
-    EXPECT_EQ(size(&day), 204u);
+    EXPECT_EQ(size(&day), 264u);
     EXPECT_EQ(day, 5);
     Bytes file = fileBytes(5);
-    ASSERT_EQ(file.size(), 204u);
+    ASSERT_EQ(file.size(), 264u);
     zelstore::LogHead head;
     std::string why;
     ASSERT_TRUE(zelstore::decodeHead(file.data(), head, why)) << why;
     EXPECT_EQ(head.logType, 19);
     EXPECT_TRUE((head.day == zelstore::Day{2026, 3, 5}));
     EXPECT_EQ(head.writer, "zel-storage");
-    EXPECT_EQ(frameAt(5, 84), a);
-    EXPECT_EQ(frameAt(5, 144), b);
-    EXPECT_TRUE(refusals.empty());
-}
-
-TEST_F(StorageFiles, ReplacesOnlyTheFrameAtTheGivenOffset) {
-    Bytes frames[3] = {frameOf(2, at(5, 9, 0, 0)), frameOf(5, at(5, 9, 5, 0)),
-                       frameOf(9, at(5, 9, 9, 0))};
-    for (const Bytes& f : frames) ASSERT_EQ(write(f, at(5, 9, 0, 0)), 0);
     Bytes patched = frames[1];
     zel::patchLogFrameEnd(patched.data(), at(5, 10, 0, 0));
     modify(patched, 144);
@@ -171,36 +130,9 @@ TEST_F(StorageFiles, ReplacesOnlyTheFrameAtTheGivenOffset) {
     EXPECT_EQ(size(), 264u);
 }
 
-TEST_F(StorageFiles, RefusesPatchesThatNameNoFrameOfTheirAlert) {
-    Bytes a = frameOf(4, at(5, 9, 0, 0));
-    ASSERT_EQ(write(a, at(5, 9, 0, 0)), 0);
-    const Bytes before = fileBytes(5);
-    struct Row {
-        uint64_t offset;
-        uint32_t alertID;
-        const char* reason;
-    } rows[] = {
-        {0, 4, "offset 0 is no frame"},
-        {83, 4, "offset 83 is no frame"},
-        {90, 4, "offset 90 is no frame"},
-        {144, 4, "offset 144 is no frame"},  // past the end
-        {84, 6, "belongs to alert 4, not 6"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.reason);
-        refusals.clear();
-        modify(frameOf(row.alertID, at(5, 9, 0, 0)), row.offset);
-        ASSERT_EQ(refusals.size(), 1u);
-        EXPECT_NE(refusals[0].find(row.reason), std::string::npos) << refusals[0];
-        EXPECT_NE(refusals[0].find("refused modify (6668) from client 3 session 41"),
-                  std::string::npos);
-    }
-    EXPECT_EQ(fileBytes(5), before);
-}
-
 TEST_F(StorageFiles, TheDayOfItsOwnClockChoosesTheLogNeverTheRequestDate) {
     clock = at(5, 23, 59, 59);
-    ASSERT_EQ(write(frameOf(3, at(5, 23, 50, 0)), at(5, 23, 50, 0)), 0);
+    ASSERT_EQ(write(frameOf(3, at(5, 23, 50, 0))), 0);
     EXPECT_EQ(size(), 144u);
     clock = at(6, 0, 0, 0);
     int day = 0;
@@ -208,7 +140,7 @@ TEST_F(StorageFiles, TheDayOfItsOwnClockChoosesTheLogNeverTheRequestDate) {
     EXPECT_EQ(day, 6);
     // After midnight the service writes its open frames again, with their
     // old dates in logDate: they go into the new day's log.
-    ASSERT_EQ(write(frameOf(3, at(5, 23, 50, 0)), at(5, 23, 50, 0)), 0);
+    ASSERT_EQ(write(frameOf(3, at(5, 23, 50, 0))), 0);
     EXPECT_EQ(size(), 144u);
     EXPECT_EQ(fileBytes(5).size(), 144u);
     EXPECT_EQ(fileBytes(6).size(), 144u);
@@ -218,9 +150,15 @@ TEST_F(StorageFiles, TheDayOfItsOwnClockChoosesTheLogNeverTheRequestDate) {
 }
 
 TEST_F(StorageFiles, MalformedRequestsAreRefusedWithOneLineAndAnsweredWhenTheyCan) {
+    ASSERT_EQ(write(frameOf(4, at(5, 9, 0, 0))), 0);
+    ASSERT_EQ(write(frameOf(5, at(5, 9, 0, 0))), 0);
+    const Bytes before = fileBytes(5);
+    auto patch = [](uint32_t alertID, uint64_t offset) {
+        return message(modifyRequest(frameOf(alertID, at(5, 9, 0, 0)), offset), 92);
+    };
     Bytes badFrame = frameOf(7, at(5, 9, 0, 0));
     badFrame[0] = 'Z';
-    Bytes goodWrite = writeRequest(frameOf(7, at(5, 9, 0, 0)), at(5, 9, 0, 0));
+    Bytes goodWrite = writeRequest(frameOf(7, at(5, 9, 0, 0)));
     struct Row {
         const char* name;
         char kind;  // 'w'rite, 'm'odify, 's'ize
@@ -231,13 +169,18 @@ TEST_F(StorageFiles, MalformedRequestsAreRefusedWithOneLineAndAnsweredWhenTheyCa
         {"short write", 'w', message(Bytes(10, 0), 10), true, "a payload of 10 bytes"},
         {"head claims more than came", 'w', message(Bytes(20, 0), 76), true,
          "claims 76 payload bytes but 20 arrived"},
-        {"frame without magic", 'w', message(writeRequest(badFrame, at(5, 9, 0, 0)), 76), true,
+        {"frame without magic", 'w', message(writeRequest(badFrame), 76), true,
          "lacks the z2db magic"},
         {"no head", 'w', Bytes(8, 0), false, "a message of 8 bytes is shorter"},
         {"long size query", 's', message(Bytes(13, 0), 13), true, "a payload of 13 bytes"},
         {"short modify", 'm', message(Bytes(91, 0), 91), false, "a payload of 91 bytes"},
         {"length word with only high bits", 'w', message(goodWrite, 0xFF800000u), true,
          "a payload of 0 bytes"},
+        {"patch at 0", 'm', patch(4, 0), false, "offset 0 is no frame"},
+        {"patch inside the head", 'm', patch(4, 83), false, "offset 83 is no frame"},
+        {"patch across frames", 'm', patch(4, 90), false, "offset 90 is no frame"},
+        {"patch past the end", 'm', patch(4, 204), false, "offset 204 is no frame"},
+        {"patch of another alert", 'm', patch(6, 84), false, "belongs to alert 4, not 6"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -255,14 +198,18 @@ TEST_F(StorageFiles, MalformedRequestsAreRefusedWithOneLineAndAnsweredWhenTheyCa
         }
         ASSERT_EQ(refusals.size(), 1u);
         EXPECT_NE(refusals[0].find(row.reason), std::string::npos) << refusals[0];
+        if (row.kind == 'm') {
+            EXPECT_NE(refusals[0].find("refused modify (6668) from client 3 session 41"),
+                      std::string::npos);
+        }
     }
-    EXPECT_EQ(size(), 0u);  // nothing was stored
-    EXPECT_EQ(write(frameOf(7, at(5, 9, 0, 0)), at(5, 9, 0, 0)), 0);  // and it serves on
+    EXPECT_EQ(fileBytes(5), before);  // nothing was stored
+    EXPECT_EQ(write(frameOf(7, at(5, 9, 0, 0))), 0);  // and it serves on
 }
 
 TEST_F(StorageFiles, TornTailIsCutAndADamagedHeadIsMovedAside) {
-    ASSERT_EQ(write(frameOf(1, at(5, 9, 0, 0)), at(5, 9, 0, 0)), 0);
-    ASSERT_EQ(write(frameOf(2, at(5, 9, 0, 0)), at(5, 9, 0, 0)), 0);
+    ASSERT_EQ(write(frameOf(1, at(5, 9, 0, 0))), 0);
+    ASSERT_EQ(write(frameOf(2, at(5, 9, 0, 0))), 0);
     appendRaw(5, Bytes(25, 0xEE));
     EXPECT_EQ(size(), 204u);
     ASSERT_EQ(notices.size(), 1u);
@@ -276,32 +223,20 @@ TEST_F(StorageFiles, TornTailIsCutAndADamagedHeadIsMovedAside) {
     ASSERT_EQ(notices.size(), 2u);
     EXPECT_NE(notices[1].find("moved damaged log"), std::string::npos);
     EXPECT_EQ(access((path(5) + ".damaged").c_str(), F_OK), 0);
-    ASSERT_EQ(write(frameOf(3, at(5, 9, 0, 0)), at(5, 9, 0, 0)), 0);
+    ASSERT_EQ(write(frameOf(3, at(5, 9, 0, 0))), 0);
     EXPECT_EQ(size(), 144u);
 }
 
-// The reader behind zel-logdump.
-TEST(AlertLogScan, WholeFilesDecodeAndDamageIsCountedInBytes) {
+// The reader behind zel-logdump (its decoding: StorageProcessTest's LogDump).
+TEST(AlertLogScan, DamageIsCountedInBytes) {
     zelstore::LogHead head = {19, {2026, 3, 5}, {26, 3, 5, 9, 0, 0}, "zel-storage"};
     Bytes file(84);
     zelstore::encodeHead(file.data(), head);
-    Bytes open7 = frameOf(7, at(5, 9, 0, 0));
-    Bytes closed8 = frameOf(8, at(5, 9, 0, 0));
-    zel::patchLogFrameEnd(closed8.data(), at(5, 9, 1, 40));
-    file.insert(file.end(), open7.begin(), open7.end());
-    file.insert(file.end(), closed8.begin(), closed8.end());
-
-    zelstore::LogScan scan = zelstore::scanLog(file.data(), file.size());
-    ASSERT_TRUE(scan.whole()) << scan.problem;
-    ASSERT_EQ(scan.frames.size(), 2u);
-    EXPECT_EQ(scan.frames[0].alertID, 7u);
-    EXPECT_FALSE(scan.frames[0].patched());
-    EXPECT_EQ(scan.frames[1].offset, 144u);
-    long long seconds = 0;
-    ASSERT_TRUE(zelstore::stampSeconds(scan.frames[1].start, scan.frames[1].end, seconds));
-    EXPECT_EQ(seconds, 100);
-    EXPECT_EQ(zelstore::stampText(scan.frames[1].end), "2026-03-05 09:01:40");
-
+    for (uint32_t id : {7u, 8u}) {
+        Bytes f = frameOf(id, at(5, 9, 0, 0));
+        file.insert(file.end(), f.begin(), f.end());
+    }
+    ASSERT_TRUE(zelstore::scanLog(file.data(), file.size()).whole());
     struct Row {
         const char* name;
         std::function<void(Bytes&)> damage;

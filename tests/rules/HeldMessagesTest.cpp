@@ -3,14 +3,13 @@
 // has ended. The randomized test lets such messages land at random points in
 // the storage waits of running alerts, and compares the outcome with a run
 // that applies the same messages in the same order outside any wait.
-#include <stdio.h>
-
 #include <random>
 
 #include <gtest/gtest.h>
 
 #include "FakePlatform.h"
 #include "RulesFixture.h"
+#include "ScriptedStorage.h"
 
 namespace {
 
@@ -18,40 +17,18 @@ using harness::Bytes;
 using harness::Harness;
 using harness::SentMessage;
 
-const unsigned int kWrite = 6661, kWriteReply = 39429, kSize = 6671, kSizeReply = 39439;
-
 struct Message {
     unsigned int id;
     Bytes payload;
 };
 
-// Storage that answers every write and size request after a delay drawn from
-// its own generator, with a log that only grows. `inWait`, when set, runs
-// inside each request with the time of its reply.
-class Storage {
-public:
-    Storage(Harness& h, uint32_t seed) : m_h(h), m_delays(seed) {
-        h.onSend(kWrite, [this](const SentMessage&) {
-            m_size += 60;
-            answer(kWriteReply, Bytes(8, 0));
-        });
-        h.onSend(kSize, [this](const SentMessage&) {
-            Bytes r(32, 0);
-            for (int i = 0; i < 8; ++i) r[24 + i] = static_cast<uint8_t>(m_size >> (8 * i));
-            answer(kSizeReply, r);
-        });
+// Storage that answers every write and size request after a delay drawn
+// from its own generator.
+struct Storage : logtest::ScriptedStorage {
+    Storage(Harness& h, uint32_t seed) : ScriptedStorage(h), m_delays(seed) {
+        replyDelay = [this] { return std::uniform_int_distribution<int64_t>(0, 400000)(m_delays); };
     }
-    std::function<void(int64_t replyAtUs)> inWait;
-
-private:
-    void answer(unsigned int id, const Bytes& payload) {
-        int64_t at = m_h.nowUs() + std::uniform_int_distribution<int64_t>(0, 400000)(m_delays);
-        m_h.injectAt(at, id, payload);
-        if (inWait) inWait(at);
-    }
-    Harness& m_h;
     std::mt19937 m_delays;
-    uint64_t m_size = 84;
 };
 
 // A random mix of every kind of rule and area message, for alert ids 1 to 5.
@@ -116,23 +93,15 @@ struct Outcome {
     int held = 0;
 };
 
-std::string stamp(const Common::_datetime_& t) {
-    char buf[32];
-    snprintf(buf, sizeof buf, "%d.%d.%d %d:%d:%d", t.year, t.month, t.day, t.hour, t.minute,
-             t.second);
-    return buf;
-}
-
 // A rule with its run state, as text.
 std::string describe(const ZelAlertPara_t& p) {
-    std::string s = std::to_string(p.alertID) + " atLeast " + std::to_string(p.atLeast) +
-                    " state " + std::to_string(p.bState * 100 + p.bLastState * 10 +
-                                               p.bConditionMet) +
-                    " since " + std::to_string(p.conditionTime) + " from " +
-                    stamp(p.alarmStart) + " to " + stamp(p.alarmEnd);
+    std::string s = harness::fmt("%u atLeast %u state %d%d%d since %ld from ", p.alertID, p.atLeast,
+                                 p.bState, p.bLastState, p.bConditionMet,
+                                 static_cast<long>(p.conditionTime)) +
+                    harness::hex(harness::six(p.alarmStart)) + " to " +
+                    harness::hex(harness::six(p.alarmEnd));
     for (const sInputTrigger& t : p.triggers)
-        s += " " + EVENT_NAME[t.Event] + ":" + std::to_string(t.Type) + ":" +
-             std::to_string(t.Value);
+        s += harness::fmt(" %u:%d:%f", t.Event, static_cast<int>(t.Type), t.Value);
     return s;
 }
 
@@ -163,7 +132,7 @@ Outcome run(uint32_t seed, const std::vector<Message>& script,
     int cycle = 0;
     std::mt19937 landing(seed ^ 0x1a2d);
     if (plan == nullptr) {
-        storage.inWait = [&](int64_t replyAtUs) {
+        storage.inRequest = [&](unsigned int, int64_t replyAtUs) {
             if (nextMessage >= script.size() || landing() % 3 != 0) return;
             EXPECT_GT(h.service().m_BusyDepth, 0);
             // Landing times rise with the script, so arrival order is script order.
@@ -179,7 +148,7 @@ Outcome run(uint32_t seed, const std::vector<Message>& script,
     }
     for (cycle = 0; cycle < kCycles; ++cycle) {
         h.service().m_Speed = speeds[cycle];
-        h.service().setEventValid(rulestest::kSpeedEvent);
+        h.service().setEventValid(harness::kSpeedEvent);
         h.cycle();
         if (plan == nullptr || (*plan)[cycle].empty()) continue;
         harness::state().nowUs -= 100000;  // back to the end of the pass, before its sleep
@@ -189,7 +158,7 @@ Outcome run(uint32_t seed, const std::vector<Message>& script,
     for (const ZelAlertPara_t& p : h.service().m_ParaList) out.rules.push_back(describe(p));
     out.areas = h.service().m_IsInGPSAreaMap;
     for (const SentMessage& m : h.sent())
-        if (m.id == 3215 || m.id == kWrite || m.id == 6668 || m.id == kSize || m.id == 6796)
+        if (m.id == 3215 || m.id == 6661 || m.id == 6668 || m.id == 6671 || m.id == 6796)
             out.sent.push_back(std::to_string(m.id) + "@" + std::to_string(m.atUs) + " " +
                                harness::hex(m.payload));
     return out;
@@ -215,32 +184,6 @@ TEST(HeldMessages, RandomLandingsInStorageWaitsMatchTheSameMessagesAppliedOutsid
     // The rounds did exercise what they are about.
     EXPECT_GT(held, kRounds * kScriptLength / 2);
     EXPECT_GT(reports, kRounds * 4);
-}
-
-TEST(HeldMessages, MessagesOfOneWaitApplyInArrivalOrderAroundTheFirstOnesStop) {
-    Harness h;
-    Storage storage(h, 1);
-    h.start();
-    h.announceStorage();
-    h.cycle();
-    h.deliver(rulestest::kRuleReply, harness::textBytes("{\"DUMMY100\":[{\"ID\":1}]}"));
-    h.cycle(2);  // rule 1 holds at once and its alert runs
-    ASSERT_EQ(h.service().m_ParaList.front().bLastState, 1);
-
-    // The delete's stop waits for storage; the add behind it arrived first,
-    // the second delete lands inside that wait.
-    const std::string del = "{\"SOURCE\":100,\"CMD\":3,\"DUMMYIDS\":[{\"ID\":1}]}";
-    bool sent = false;
-    storage.inWait = [&](int64_t at) {
-        if (!sent) h.injectAt(at, rulestest::kPlatform, harness::textBytes(del));
-        sent = true;
-    };
-    h.inject(rulestest::kPlatform, del);
-    h.inject(rulestest::kPlatform, "{\"SOURCE\":100,\"CMD\":1,\"DUMMY\":[{\"ID\":1}]}");
-    h.cycle(3);
-    EXPECT_TRUE(h.service().m_ParaList.empty());
-    EXPECT_EQ(h.countLines("delete one alert id = [1] \n"), 2);
-    EXPECT_TRUE(h.service().m_HeldMessages.empty());
 }
 
 }  // namespace

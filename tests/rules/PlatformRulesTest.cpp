@@ -50,6 +50,7 @@ TEST(PlatformRules, MalformedRuleFilesAreRefusedNamingTheFileAndTheError) {
     EXPECT_EQ(platformpeer::toText(msg), "{\"CMD\":4,\"SOURCE\":100}\n");
 }
 
+// The texts of fence messages: ProvisioningProcessTest's fence tools.
 TEST(PlatformRules, AreaStateStartsFromTheFileAndFollowsTheFences) {
     Json::Value set;
     std::string error;
@@ -63,12 +64,6 @@ TEST(PlatformRules, AreaStateStartsFromTheFileAndFollowsTheFences) {
     state.setInside(2, true);
     state.setInside(4, false);
     EXPECT_EQ(state.areaLineText(), "{\"AREALINE\":[{\"ID\":2}]}\n");
-    EXPECT_EQ(platformpeer::fenceEventText(9, 1), "{\"EVENT\":1,\"ID\":9,\"SOURCE\":100}\n");
-    std::vector<uint8_t> record = platformpeer::fenceStateRecord(0x01020304, true);
-    ASSERT_EQ(record.size(), 3352u);
-    EXPECT_EQ(record[0], 1);
-    EXPECT_EQ(record[4], 4);
-    EXPECT_EQ(record[7], 1);
 }
 
 // Each command goes to the platform's state and, as the same text, to the

@@ -45,7 +45,7 @@ TEST_P(EventMember, GivesAtMostOneTrigger) {
     EXPECT_EQ(h.hasLine("EventName[14] not GT LT EQ \n"), c.complaint);
     ASSERT_EQ(triggers.size(), c.trigger ? 1u : 0u);
     if (!c.trigger) return;
-    EXPECT_EQ(triggers.front().Event, rulestest::kSpeedEvent);
+    EXPECT_EQ(triggers.front().Event, harness::kSpeedEvent);
     EXPECT_EQ(triggers.front().Type, c.type);
     EXPECT_EQ(triggers.front().Value, c.value);
 }

@@ -3,12 +3,7 @@
 #ifndef ALERTZEL_TEST_RULESFIXTURE_H
 #define ALERTZEL_TEST_RULESFIXTURE_H
 
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "Harness.h"
+#include "ServiceFixture.h"
 
 namespace rulestest {
 
@@ -16,7 +11,6 @@ const unsigned int kRuleReply = 39564;
 const unsigned int kPlatform = 6796;
 const unsigned int kFenceState = 6689;
 const unsigned int kFenceEvent = 6795;
-const uint32_t kSpeedEvent = 14;
 
 // A fence state record (6689) of `length` payload bytes.
 inline harness::Bytes fenceState(uint32_t id, uint8_t flagByte, size_t length = 3352) {
@@ -28,17 +22,11 @@ inline harness::Bytes fenceState(uint32_t id, uint8_t flagByte, size_t length = 
     return b;
 }
 
-class RulesTest : public ::testing::Test {
+// Storage up, rules not yet received.
+class RulesTest : public harness::ServiceTest {
 protected:
-    void SetUp() override {
-        h.start();
-        h.announceStorage();
-        h.cycle();
-        h.clearSent();
-        h.clearLines();
-    }
+    void SetUp() override { up(true, false); }
 
-    CAlertZelManage& svc() { return h.service(); }
     std::list<ZelAlertPara_t>& rules() { return svc().m_ParaList; }
     std::map<uint32_t, bool>& areas() { return svc().m_IsInGPSAreaMap; }
 
@@ -68,8 +56,6 @@ protected:
             if (l.func == func) out.push_back(l.text);
         return out;
     }
-
-    harness::Harness h;
 };
 
 }  // namespace rulestest
