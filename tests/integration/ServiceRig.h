@@ -56,6 +56,12 @@ inline std::vector<Record> decodeRecords(const std::string& payload) {
 
 inline Bytes six(const uint8_t* stamp) { return Bytes(stamp, stamp + 6); }
 
+// Runs a program to its end: its exit status, -1 when it could not start.
+inline int run(const std::vector<std::string>& args, const std::string& outFile) {
+    pid_t p = zeltest::Spawn(args, outFile);
+    return p > 0 ? zeltest::WaitExit(p, kWaitMs) : -1;
+}
+
 class ProcessTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -101,7 +107,7 @@ protected:
         pid_t pid = m_procs.Start(args, dir.Path(name + ".out"));
         for (const std::string& kv : env) unsetenv(kv.substr(0, kv.find('=')).c_str());
         EXPECT_GT(pid, 0) << name;
-        m_programs.push_back({name, pid});
+        if (pid > 0) m_programs.push_back({name, pid});
         return pid;
     }
     pid_t pid(const std::string& name) const {
@@ -109,14 +115,22 @@ protected:
             if (p.first == name) return p.second;
         return -1;
     }
+    // Signals the program `name` started by this test, and no other process.
+    bool signalChild(const std::string& name, int signal) {
+        pid_t p = pid(name);
+        EXPECT_GT(p, 0) << name << " is not running";
+        return p > 0 && kill(p, signal) == 0;
+    }
     // SIGTERM, and the program must end cleanly; SIGKILL, as after a power cut.
     void stop(const std::string& name, int signal = SIGTERM) {
-        kill(pid(name), signal);
-        int status = zeltest::WaitExit(pid(name), kWaitMs);
-        EXPECT_TRUE(signal != SIGTERM || status == 0) << name << " exited " << status << ":\n"
-                                                      << out(name);
-        m_programs.erase(std::find(m_programs.begin(), m_programs.end(),
-                                   std::make_pair(name, pid(name))));
+        pid_t p = pid(name);
+        if (signalChild(name, signal)) {
+            int status = zeltest::WaitExit(p, kWaitMs);
+            EXPECT_TRUE(signal != SIGTERM || status == 0) << name << " exited " << status << ":\n"
+                                                          << out(name);
+        }
+        m_programs.erase(std::remove(m_programs.begin(), m_programs.end(), std::make_pair(name, p)),
+                         m_programs.end());
         for (const char* mark : {"ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:"})
             EXPECT_FALSE(has(out(name), mark)) << name << ":\n" << out(name);
     }

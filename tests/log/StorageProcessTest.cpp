@@ -61,7 +61,7 @@ TEST_F(StorageProcess, AcknowledgedFramesSurviveAKillRightAfterTheAck) {
     // The kill goes out from inside the callback of the last ack.
     seen.onEach = [&](const q7xtest::Received& m, const char*) {
         if (m.id == 39429 && m.payload.size() == 8 && m.payload[1] == 0 && ++acked == kFrames)
-            kill(pid("storage"), SIGKILL);
+            signalChild("storage", SIGKILL);
     };
     for (int i = 0; i < kFrames; ++i) send(6661, writeRequest(frameOf(100 + i, at(5, 9, 0, i))));
     ASSERT_TRUE(waitFor([&] { return acked == kFrames; }));
@@ -85,9 +85,7 @@ TEST(LogDump, PrintsOneLinePerFrameAndRefusesADamagedFile) {
     ASSERT_EQ(store.append(19, frameOf(7, at(5, 9, 0, 0)).data(), offset, why), 0) << why;
     ASSERT_EQ(store.append(19, closed8.data(), offset, why), 0) << why;
     std::string path = store.pathOf(19, zelstore::Day{2026, 3, 5});
-    auto dump = [&] {
-        return zeltest::WaitExit(zeltest::Spawn({ZEL_LOGDUMP_BIN, path}, dir.Path("dump.out")));
-    };
+    auto dump = [&] { return rig::run({ZEL_LOGDUMP_BIN, path}, dir.Path("dump.out")); };
     EXPECT_EQ(dump(), 0) << q7xtest::ReadText(dir.Path("dump.out"));
     EXPECT_EQ(q7xtest::ReadText(dir.Path("dump.out")),
               "offset 84     alert 7      start 2026-03-05 09:00:00  end -                    "

@@ -30,7 +30,7 @@ protected:
         std::vector<std::string> argv = {ZEL_PLATFORM_BIN};
         argv.insert(argv.end(), args.begin(), args.end());
         std::string file = dir.Path("tool" + std::to_string(++m_tools));
-        EXPECT_EQ(zeltest::WaitExit(zeltest::Spawn(argv, file), rig::kWaitMs), 0);
+        EXPECT_EQ(rig::run(argv, file), 0);
         return q7xtest::ReadText(file);
     }
     std::string push(const std::string& cmd, const std::string& json) {
