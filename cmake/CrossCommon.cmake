@@ -9,5 +9,9 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+# The same rounding as on the PC: a multiply and an add stay two operations
+# unless the code asks for std::fma (GCC would fuse them on aarch64).
+set(CMAKE_C_FLAGS_INIT -ffp-contract=off)
+set(CMAKE_CXX_FLAGS_INIT -ffp-contract=off)
 set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/${AZ_TRIPLET}/pkgconfig:/usr/share/pkgconfig)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} /)
