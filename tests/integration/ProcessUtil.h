@@ -41,6 +41,8 @@ inline pid_t Spawn(const std::vector<std::string>& args, const std::string& outF
 // The exit code, 128 + signal for a signal, or -1 after a timeout (the
 // process is then killed).
 inline int WaitExit(pid_t pid, int timeoutMs = 10000) {
+    // A failed start gives -1: never wait for, or signal, "any process".
+    if (pid <= 0) return -1;
     const auto deadline = Clock::now() + milliseconds(timeoutMs);
     int status = 0;
     while (waitpid(pid, &status, WNOHANG) == 0) {
