@@ -4,6 +4,9 @@
 #   ./scripts/fuzz.sh            60 s per target
 #   ./scripts/fuzz.sh 3600       an hour per target (the record run)
 #   FUZZ_TARGETS="fuzz_areas" ./scripts/fuzz.sh 30
+#   FUZZ_RUNS=10000000 ./scripts/fuzz.sh 3600
+#                                10 million inputs or an hour, whichever
+#                                comes first
 # New inputs go to build-fuzz/corpus/<target>; a crash leaves its input in
 # build-fuzz/ and the script fails.
 set -euo pipefail
@@ -11,6 +14,7 @@ cd "$(dirname "$0")/.."
 ./scripts/setup.sh
 
 seconds=${1:-60}
+runs=${FUZZ_RUNS:-}
 targets=${FUZZ_TARGETS:-"fuzz_signals fuzz_storage fuzz_provisioning fuzz_areas fuzz_datetime fuzz_rule_parser fuzz_bus"}
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DAZ_FUZZ=ON -DAZ_BUILD_TESTS=OFF \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
@@ -33,13 +37,15 @@ for t in $targets; do
   mkdir -p "$work"
   seeds=fuzz/corpus/$t
   [ -d "$seeds" ] || seeds=""
-  echo "== $t for ${seconds}s"
+  echo "== $t for ${seconds}s${runs:+ or $runs inputs}"
+  started=$SECONDS
   # The service keeps state across inputs, so leaks are checked once at exit
   # rather than after every input.
   # shellcheck disable=SC2046
-  (cd build-fuzz && "../$bin" -max_total_time="$seconds" -detect_leaks=0 -print_final_stats=1 \
+  (cd build-fuzz && "../$bin" -max_total_time="$seconds" ${runs:+-runs="$runs"} -detect_leaks=0 -print_final_stats=1 \
      $(dict_for "$t" | sed 's|fuzz/|../fuzz/|') "../$work" ${seeds:+"../$seeds"} 2>&1) |
-    grep -E 'stat::number_of_executed_units|ERROR|SUMMARY|Done' || true
+    grep -E 'stat::number_of_executed_units|stat::peak_rss_mb|ERROR|SUMMARY|Done' || true
+  echo "   $((SECONDS - started)) s, corpus $(find "$work" -type f | wc -l) inputs"
   if ls build-fuzz/crash-* build-fuzz/leak-* build-fuzz/timeout-* >/dev/null 2>&1; then
     echo "fuzz: $t found a problem; inputs in build-fuzz/" >&2
     exit 1

@@ -1,7 +1,8 @@
-// In-process test harness: the service's own sources run on a fake bus with a
-// virtual clock, on the test's thread.
+// The device in-process: the service's own sources run on a fake bus with a
+// virtual clock, on the caller's thread. zel-author's replay, the benchmarks,
+// the fuzzers and the component tests drive the service through it.
 //
-// The fake bus keeps the service's one client. A test injects messages (at
+// The fake bus keeps the service's one client. A caller injects messages (at
 // once or at a virtual time), runs worker cycles, and reads back every
 // message the service sent, byte for byte, and every diagnostic line. The
 // virtual clock drives time(), usleep() and the device clock: a wait with
@@ -9,8 +10,8 @@
 // message, so a 6-second storage wait costs no real time.
 //
 // Not thread-safe: one harness at a time, on one thread.
-#ifndef ALERTZEL_TEST_HARNESS_H
-#define ALERTZEL_TEST_HARNESS_H
+#ifndef ALERTZEL_SIM_HARNESS_H
+#define ALERTZEL_SIM_HARNESS_H
 
 #include <stdint.h>
 
@@ -123,4 +124,4 @@ ZelAlertPara_t makeRule(uint32_t alertID, uint32_t atLeast,
 
 }  // namespace harness
 
-#endif  // ALERTZEL_TEST_HARNESS_H
+#endif  // ALERTZEL_SIM_HARNESS_H

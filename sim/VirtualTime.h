@@ -1,4 +1,4 @@
-/* The virtual clock behind time() and usleep() in test binaries. */
+/* The virtual clock behind time() and usleep() in the programs that link the simulator. */
 #ifndef ALERTZEL_TEST_VIRTUALTIME_H
 #define ALERTZEL_TEST_VIRTUALTIME_H
 

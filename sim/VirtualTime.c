@@ -1,7 +1,7 @@
-/* time() and usleep() of the test binaries run on the harness's virtual clock.
- * Defined in C so that the definitions match the C library's declarations;
- * the service's calls resolve to these because the test executable defines
- * them. */
+/* time() and usleep() of the programs that link the simulator run on its
+ * virtual clock. Defined in C so that the definitions match the C library's
+ * declarations; the service's calls resolve to these because the executable
+ * defines them. */
 #include <time.h>
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
 // The platform API of Common.h, in-process: one fake bus client, a virtual
-// clock, a thread base that the test steps by hand, and captured diagnostics.
+// clock, a thread base that the caller steps by hand, and captured diagnostics.
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
