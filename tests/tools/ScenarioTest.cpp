@@ -1,7 +1,6 @@
 // Scenario lines into message bytes: each signal's payload, the running
 // state between steps, traces and tables from files, and the refusals with
 // their file and line.
-#include <ftw.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -49,25 +48,17 @@ std::string ParseError(const std::string& text, const std::string& dir = "") {
     return error;
 }
 
-class ScratchDir {
-public:
+// A fresh folder under gtest's temporary directory.
+struct ScratchDir {
     ScratchDir() {
-        char tmpl[] = "/tmp/zelscenario.XXXXXX";
-        m_path = mkdtemp(tmpl) ? tmpl : "/tmp";
-    }
-    ~ScratchDir() {
-        nftw(m_path.c_str(),
-             [](const char* p, const struct stat*, int, struct FTW*) { return remove(p); }, 8,
-             FTW_DEPTH | FTW_PHYS);
+        std::string tmpl = ::testing::TempDir() + "scenarioXXXXXX";
+        path = mkdtemp(&tmpl[0]) ? tmpl : ::testing::TempDir();
     }
     std::string Write(const std::string& name, const std::string& text) const {
-        std::ofstream(m_path + "/" + name) << text;
-        return m_path + "/" + name;
+        std::ofstream(path + "/" + name) << text;
+        return path + "/" + name;
     }
-    const std::string& path() const { return m_path; }
-
-private:
-    std::string m_path;
+    std::string path;
 };
 
 struct SignalCase {
@@ -80,13 +71,10 @@ TEST(ScenarioSignal, EachSignalBecomesItsMessage) {
     const std::string canData = "FF3417FCFF6800CF";
     const SignalCase cases[] = {
         {"speed 70 kmh", 6777, Bytes(12, {{4, "46000000"}})},
-        {"speed 100 mph", 6777, Bytes(12, {{0, "01"}, {4, "64000000"}})},
         {"speed 4294967295 mph", 6777, Bytes(12, {{0, "01"}, {4, "FFFFFFFF"}})},
-        {"input 3 on", 1031, Bytes(4, {{0, "04000000"}})},
         {"input 16 on", 1031, Bytes(4, {{0, "00800000"}})},
         {"input word 0x18001", 1031, Bytes(4, {{0, "01800100"}})},
         {"panic press", 1176, Bytes(4, {{0, "3101"}})},
-        {"panic release", 1176, Bytes(4, {{0, "3201"}})},
         // 0x8000 | v * 256: the fine form of each axis.
         {"accel 1 1.5 0", 1071, Bytes(40, {{6, "0081"}, {8, "8081"}, {10, "0080"}})},
         {"accel 127.99 0.00390625 64", 1071, Bytes(40, {{6, "FDFF"}, {8, "0180"}, {10, "00C0"}})},
@@ -96,13 +84,11 @@ TEST(ScenarioSignal, EachSignalBecomesItsMessage) {
         {"vehicle hdtemp=-5.25", 1081,
          Bytes(64, {{0, "09"}, {4, "02"}, {20, "FBFFE7FF"}, {48, "08"}})},
         {"vehicle volt=12.34", 1081, Bytes(64, {{0, "02"}, {24, "01"}, {28, "0C22"}})},
-        {"vehicle ignition=on", 1081, Bytes(64, {{0, "08"}, {48, "01"}, {52, "01"}})},
         {"vehicle ignition=off volt=24", 1081,
          Bytes(64, {{0, "0A"}, {24, "01"}, {28, "18"}, {48, "01"}})},
         {"alpr status=7 l4=255", 8963, Bytes(16, {{8, "11"}, {9, "07"}, {13, "FF"}})},
         {"motion 2 on", 1288, Bytes(48, {{33, "01"}})},
         {"camera 5 digital 3", 320, Bytes(3208, {{808, "01"}, {814, "03"}})},
-        {"camera 16 video 0", 320, Bytes(3208, {})},
         {"can 18FEF100#FF3417FCFF6800CF", 1089, Bytes(28, {{12, "00F1FE18"}, {20, canData}})},
         {"can 123#0102", 1089, Bytes(28, {{12, "23010000"}, {20, "0102"}})},
     };
@@ -128,38 +114,28 @@ TEST(ScenarioSignal, FenceEventIsTheJsonOfItsArea) {
               "{\"SOURCE\":100,\"EVENT\":0,\"ID\":4294967295}");
 }
 
-TEST(Scenario, InputsAndMotionKeepTheirRunningState) {
+TEST(Scenario, StepsKeepTimeLineAndTheRunningStateOfInputsAndMotion) {
     std::vector<Step> s = Parse(
+        "# inputs and motion are words: each line changes one bit\n"
         "0 input 1 on\n"
+        "\n"
         "0 input 3 on\n"
-        "1 input 1 off\n"
-        "1 camera 2 digital 9   # channel 2's motion must carry tag 9\n"
+        "  1.5 input 1 off   # indented, with a comment\n"
+        "1.5 camera 2 digital 9   # channel 2's motion must carry tag 9\n"
         "2 motion 2 on\n"
         "2 motion 1 on\n"
-        "3 motion 2 off\n");
+        "7.25 motion 2 off\n");
     ASSERT_EQ(s.size(), 7u);
+    EXPECT_DOUBLE_EQ(s[2].at, 1.5);
+    EXPECT_EQ(s[2].line, 5);
+    EXPECT_DOUBLE_EQ(s[6].at, 7.25);
+    EXPECT_EQ(s[6].line, 9);
     EXPECT_EQ(s[0].payload, Bytes(4, {{0, "01"}}));
     EXPECT_EQ(s[1].payload, Bytes(4, {{0, "05"}}));
     EXPECT_EQ(s[2].payload, Bytes(4, {{0, "04"}}));
     EXPECT_EQ(s[4].payload, Bytes(48, {{0, "0009"}, {32, "0001"}}));
     EXPECT_EQ(s[5].payload, Bytes(48, {{0, "0009"}, {32, "0101"}}));
     EXPECT_EQ(s[6].payload, Bytes(48, {{0, "0009"}, {32, "0100"}}));
-}
-
-TEST(Scenario, StepsKeepTimeLineAndOrder) {
-    std::vector<Step> s = Parse(
-        "# the road of one alert\n"
-        "\n"
-        "0     speed 50 mph\n"
-        "  1.5 speed 70 mph   # above the limit\n"
-        "1.5   panic press\n"
-        "7.25  speed 40 mph\n");
-    ASSERT_EQ(s.size(), 4u);
-    EXPECT_DOUBLE_EQ(s[1].at, 1.5);
-    EXPECT_EQ(s[1].line, 4);
-    EXPECT_EQ(s[2].id, 1176u);
-    EXPECT_DOUBLE_EQ(s[3].at, 7.25);
-    EXPECT_EQ(s[3].line, 6);
 }
 
 TEST(Scenario, CanTraceFramesFollowTheirOwnTimingAndInterleave) {
@@ -171,7 +147,7 @@ TEST(Scenario, CanTraceFramesFollowTheirOwnTimingAndInterleave) {
         "1 cantrace ta.log\n"
         "2 speed 10 kmh\n"
         "4 cantrace ta.log x4\n",
-        dir.path());
+        dir.path);
     ASSERT_EQ(s.size(), 5u);
     const double at[] = {1, 2, 3, 4, 4.5};
     const unsigned id[] = {1089, 6777, 1089, 1089, 1089};
@@ -212,28 +188,18 @@ TEST(Scenario, RefusalsNameFileLineAndWhat) {
         {"\n0 speed 70 kph", "t.scn:2: speed: 'kph' is not a unit (kmh or mph)"},
         {"0 speed 70.5 kmh", "t.scn:1: speed: '70.5' is not a whole number"},
         {"soon speed 70 kmh", "t.scn:1: 'soon' is not a time in seconds"},
-        {"-1 speed 70 kmh", "t.scn:1: '-1' is not a time"},
         {"5 speed 1 kmh\n4 speed 2 kmh", "t.scn:2: time 4 is before the line above"},
         {"0 warp 9", "t.scn:1: unknown signal 'warp'"},
         {"0 input 17 on", "t.scn:1: input: '17' is not an input of 1..16"},
-        {"0 input 2 up", "t.scn:1: input: 'up' is not on or off"},
         {"0 input word 0x100000000", "t.scn:1: input word: '0x100000000' is not a word"},
         {"0 accel 128 0 0", "t.scn:1: accel: '128' is not a number of 0 .. 127.99"},
-        {"0 accel 1 -1 0", "t.scn:1: accel: '-1' is not"},
-        {"0 gps 256", "t.scn:1: gps: '256' is not a state of 0..255"},
         {"0 vehicle volt=256", "t.scn:1: vehicle volt: '256' is not a number of 0 .. 255.99"},
         {"0 vehicle colour=red", "t.scn:1: vehicle: unknown key 'colour'"},
         {"0 vehicle volt=12 volt=13", "t.scn:1: vehicle: volt is given twice"},
-        {"0 vehicle ignition", "t.scn:1: vehicle: 'ignition' is not KEY=VALUE"},
-        {"0 alpr l5=1", "t.scn:1: alpr: unknown key 'l5'"},
         {"0 alpr l1=300", "t.scn:1: alpr l1: '300' is not a value of 0..255"},
-        {"0 motion 0 on", "t.scn:1: motion: '0' is not a channel of 1..16"},
-        {"0 camera 1 thermal 0", "t.scn:1: camera: 'thermal' is not video or digital"},
         {"0 can 18FEF100#FF3", "t.scn:1: can: '18FEF100#FF3' is not a frame"},
-        {"0 can 1FEF100#FF", "t.scn:1: can: '1FEF100#FF' is not a frame"},
         {"0 fence 7 maybe", "t.scn:1: fence: 'maybe' is not in or out"},
         {"0 cantrace missing.log", "t.scn:1: cantrace: cannot read missing.log"},
-        {"0 j1939table missing.csv", "t.scn:1: j1939table: cannot read missing.csv"},
     };
     for (const auto& c : cases) {
         std::string error = ParseError(c.text);
@@ -245,17 +211,12 @@ TEST(Scenario, RefusalsNameFileLineAndWhat) {
 TEST(Scenario, RefusalsInsideFilesNameThatFileAndLine) {
     ScratchDir dir;
     dir.Write("bad.log", "(0.0) can0 18FEF100#00\n(0.1) can0 18FEF100#0\n");
-    dir.Write("empty.log", "\n");
     dir.Write("bad.csv", "name,pgn,startbyte,startbit,length,resolution,offset\nx,0,0,0,8,1,0\n");
-    const std::string base = dir.path() + "/";
-    EXPECT_EQ(ParseError("0 speed 1 kmh\n1 cantrace bad.log", dir.path()),
+    const std::string base = dir.path + "/";
+    EXPECT_EQ(ParseError("0 speed 1 kmh\n1 cantrace bad.log", dir.path),
               "t.scn:2: cantrace: " + base + "bad.log:2: not a classic CAN frame of candump -l "
               "or -ta");
-    EXPECT_EQ(ParseError("0 cantrace empty.log", dir.path()),
-              "t.scn:1: cantrace: " + base + "empty.log holds no frame");
-    EXPECT_EQ(ParseError("0 cantrace bad.log x0", dir.path()),
-              "t.scn:1: cantrace: 'x0' is not a speed such as x2 or x0.5");
-    EXPECT_EQ(ParseError("0 j1939table bad.csv", dir.path()).find("t.scn:1: j1939table: " +
+    EXPECT_EQ(ParseError("0 j1939table bad.csv", dir.path).find("t.scn:1: j1939table: " +
                                                                   base + "bad.csv: line 2: pgn"),
               0u);
 }
