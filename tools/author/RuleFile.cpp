@@ -1,35 +1,13 @@
 #include "RuleFile.h"
 
-#include <errno.h>
-#include <stdio.h>
-#include <string.h>
-
 #include <algorithm>
+
+#include "PlatformRules.h"
 
 namespace zelauthor {
 
 const char* const kSetAreaKeys[4] = {"CIRCLE100", "LINE100", "POLY100", "RECT100"};
 const char* const kCommandAreaKeys[4] = {"CIRCLE", "LINE", "POLY", "RECT"};
-
-namespace {
-
-bool readWhole(const std::string& path, std::string& text, std::string& error) {
-    FILE* f = fopen(path.c_str(), "rb");
-    if (f == NULL) {
-        error = path + ": " + strerror(errno);
-        return false;
-    }
-    text.clear();
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
-    bool ok = !ferror(f);
-    fclose(f);
-    if (!ok) error = path + ": read error";
-    return ok;
-}
-
-}  // namespace
 
 const Json::Value& RuleFile::rules() const {
     static const Json::Value kNone(Json::arrayValue);
@@ -52,7 +30,7 @@ std::string RuleFile::at(const Json::Value& v) const {
 Status loadRuleFile(const std::string& path, RuleFile& out, std::string& error) {
     out = RuleFile();
     out.path = path;
-    if (!readWhole(path, out.text, error)) return kUnreadable;
+    if (!platformpeer::readFile(path, out.text, error)) return kUnreadable;
 
     Json::Reader reader;
     bool parsed = false;

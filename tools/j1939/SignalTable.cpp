@@ -30,21 +30,6 @@ std::string lineError(int line, const std::string& what) {
     return out.str();
 }
 
-// Decimal, or hexadecimal with 0x. No sign, no trailing text.
-bool parseWhole(const std::string& text, unsigned long long& out) {
-    if (text.empty() || text[0] == '-' || text[0] == '+') return false;
-    int base = 10;
-    const char* start = text.c_str();
-    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-        base = 16;
-        start += 2;
-    }
-    char* end = NULL;
-    errno = 0;
-    out = strtoull(start, &end, base);
-    return errno == 0 && end != start && *end == '\0';
-}
-
 bool parseReal(const std::string& text, double& out) {
     if (text.empty()) return false;
     char* end = NULL;
@@ -159,6 +144,20 @@ bool splitCsvLine(const std::string& line, std::vector<std::string>& fields) {
     if (quoted) return false;
     fields.push_back(wasQuoted ? field : trim(field));
     return true;
+}
+
+bool parseWhole(const std::string& text, unsigned long long& out) {
+    if (text.empty() || text[0] == '-' || text[0] == '+') return false;
+    int base = 10;
+    const char* start = text.c_str();
+    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+        base = 16;
+        start += 2;
+    }
+    char* end = NULL;
+    errno = 0;
+    out = strtoull(start, &end, base);
+    return errno == 0 && end != start && *end == '\0';
 }
 
 bool parseSignalTable(std::istream& in, std::vector<SignalRow>& rows, std::string& error) {

@@ -45,6 +45,9 @@ bool parseSignalTable(std::istream& in, std::vector<SignalRow>& rows, std::strin
 // the last are zero, that is empty. At most kMaxSignals rows are written.
 std::vector<uint8_t> buildTablePayload(const std::vector<SignalRow>& rows);
 
+// A whole number: decimal, or hexadecimal with 0x. No sign, no trailing text.
+bool parseWhole(const std::string& text, unsigned long long& out);
+
 // One CSV line split into fields. False on an unterminated quote.
 bool splitCsvLine(const std::string& line, std::vector<std::string>& fields);
 

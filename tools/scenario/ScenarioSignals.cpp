@@ -10,23 +10,15 @@
 #include "Candump.h"
 #include "MessageIds.h"
 #include "SignalRecords.h"
+#include "SignalTable.h"
 
 namespace zelscenario {
 namespace detail {
 
 bool parseWhole(const std::string& text, unsigned long long lo, unsigned long long hi,
                 unsigned long long& out) {
-    if (text.empty() || text[0] == '-' || text[0] == '+') return false;
-    int base = 10;
-    const char* start = text.c_str();
-    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-        base = 16;
-        start += 2;
-    }
-    char* end = NULL;
-    errno = 0;
-    unsigned long long v = strtoull(start, &end, base);
-    if (errno != 0 || end == start || *end != '\0' || v < lo || v > hi) return false;
+    unsigned long long v = 0;
+    if (!zelj1939::parseWhole(text, v) || v < lo || v > hi) return false;
     out = v;
     return true;
 }
