@@ -1,65 +1,82 @@
 // A storage peer for the in-process harness: answers the service's write and
 // size requests from inside its sends and keeps one log per day of the device
-// clock, as the real peer keeps one per day of its own. Knobs make it silent,
-// late or refusing.
+// clock, as the real peer does. Knobs make it silent, late or refusing.
 #ifndef ALERTZEL_TEST_SCRIPTEDSTORAGE_H
 #define ALERTZEL_TEST_SCRIPTEDSTORAGE_H
 
-#include <stdint.h>
-
 #include <functional>
 #include <map>
-#include <vector>
 
+#include "LogFrame.h"
+#include "MessageIds.h"
 #include "ServiceFixture.h"
 
 namespace logtest {
 
 using harness::Bytes;
 
+// Bytes [at, at + n) of a frame or request, and a stamp as a frame holds it.
+inline Bytes slice(const Bytes& b, size_t at, size_t n = zel::kStampSize) {
+    return Bytes(b.begin() + at, b.begin() + at + n);
+}
+inline Bytes stampOf(const Common::_datetime_& dt) {
+    Bytes b(zel::kStampSize);
+    zel::putStamp(b.data(), dt);
+    return b;
+}
+
 class ScriptedStorage {
 public:
-    // Installs responders on 6661, 6668 and 6671 of h.
-    explicit ScriptedStorage(harness::Harness& h);
+    explicit ScriptedStorage(harness::Harness& h) : m_h(h) {
+        h.onSend(zel::kMsgLogWrite, [this](const harness::SentMessage& m) {
+            if (writeResult == 0) today().push_back(slice(m.payload, zel::kWriteFrame, 60));
+            reply(writeReplyDelayUs, m.id, zel::kMsgLogWriteReply, Bytes(zel::kWriteReplySize));
+        });
+        h.onSend(zel::kMsgLogModify, [this](const harness::SentMessage& m) {
+            uint64_t i = (zel::getLe64(m.payload.data(), zel::kModifyOffset) - 84) / 60;
+            if (i < today().size()) today()[i] = slice(m.payload, zel::kModifyFrame, 60);
+        });
+        h.onSend(zel::kMsgLogSize, [this](const harness::SentMessage& m) {
+            Bytes r(zel::kSizeReplySize);
+            uint64_t n = today().size();
+            zel::putLe64(r.data(), zel::kSizeReplyLogSize, n ? 84 + 60 * n : 0);
+            reply(sizeReplyDelayUs, m.id, zel::kMsgLogSizeReply, r);
+        });
+    }
 
     // Replies go out this long after the request (virtual time); -1: never.
     // replyDelay, when set, draws the delay of every reply instead.
-    int64_t writeReplyDelayUs = 0;
-    int64_t sizeReplyDelayUs = 0;
+    int64_t writeReplyDelayUs = 0, sizeReplyDelayUs = 0;
     std::function<int64_t()> replyDelay;
     int8_t writeResult = 0;
-    int8_t sizeResult = 0;
-
-    // The log of the device's current day: frames back to back after the
-    // 84-byte head; size 0 while the day has none.
-    std::vector<Bytes>& today();
-    std::vector<Bytes>& logOf(int year, int month, int day) {
-        return m_logs[static_cast<uint32_t>(year * 10000 + month * 100 + day)];
-    }
-    uint64_t size();
-    // Forgets every log, as a storage that lost its disk would.
-    void wipe() { m_logs.clear(); }
-
     // Runs inside each write and size request, after its reply is queued
     // for replyAtUs (-1: none).
     std::function<void(unsigned int id, int64_t replyAtUs)> inRequest;
 
+    // The frames of the log of a day, or of the device's current day.
+    std::vector<Bytes>& logOf(int year, int month, int day) {
+        return m_logs[year * 10000 + month * 100 + day];
+    }
+    std::vector<Bytes>& today() {
+        Common::_datetime_ now;
+        Common::Q7X_TMGetShareTime(&now);
+        return logOf(2000 + now.year, now.month, now.day);
+    }
+    void wipe() { m_logs.clear(); }  // as a storage that lost its disk
+
 private:
-    void onWrite(const harness::SentMessage& m);
-    void onModify(const harness::SentMessage& m);
-    void onSize(const harness::SentMessage& m);
-    void reply(int64_t delayUs, unsigned int request, unsigned int id, const Bytes& payload);
+    void reply(int64_t delayUs, unsigned int request, unsigned int id, Bytes r) {
+        r[zel::kReqLogType] = zel::kAlertLogType;
+        if (id == zel::kMsgLogWriteReply) r[zel::kReplyResult] = static_cast<uint8_t>(writeResult);
+        if (replyDelay) delayUs = replyDelay();
+        int64_t at = delayUs < 0 ? -1 : m_h.nowUs() + delayUs;
+        if (at >= 0) m_h.injectAt(at, id, r);
+        if (inRequest) inRequest(request, at);
+    }
 
     harness::Harness& m_h;
-    std::map<uint32_t, std::vector<Bytes>> m_logs;  // by yyyymmdd
+    std::map<int, std::vector<Bytes>> m_logs;  // by yyyymmdd
 };
-
-// The log frame's fields as a test reads them.
-uint32_t frameAlertId(const Bytes& frame);
-Bytes frameStart(const Bytes& frame);  // 8-byte stamp at 44
-Bytes frameEnd(const Bytes& frame);    // 8-byte stamp at 52
-// A stamp of dt as the frame holds it.
-Bytes stampOf(const Common::_datetime_& dt);
 
 // A ready service with this storage behind it.
 class LogFixture : public harness::ReadyServiceTest {

@@ -19,28 +19,24 @@ inline Common::_datetime_ at(int day, int hour, int minute, int second) {
 }
 
 inline Bytes frameOf(uint32_t alertID, const Common::_datetime_& start) {
-    Bytes f(60);
+    Bytes f(zel::kFrameSize);
     zel::buildLogFrame(f.data(), alertID, start);
     return f;
 }
 
-// A write (6661) of frame; logDate is the frame's start unless given.
-inline Bytes writeRequest(const Bytes& frame, const Common::_datetime_* logDate = nullptr) {
-    Bytes p(76, 0);
-    const uint8_t* date = logDate ? reinterpret_cast<const uint8_t*>(logDate)
-                                  : frame.data() + zel::kFrameAlarmStart;
-    zel::fillWriteRequest(p.data(), date, frame.data());
+// A write (6661) of frame, dated as its start; a patch (6668); a size query (6671).
+inline Bytes writeRequest(const Bytes& frame) {
+    Bytes p(zel::kWriteSize, 0);
+    zel::fillWriteRequest(p.data(), frame.data() + zel::kFrameAlarmStart, frame.data());
     return p;
 }
-
 inline Bytes modifyRequest(const Bytes& frame, uint64_t offset) {
-    Bytes p(92, 0);
+    Bytes p(zel::kModifySize, 0);
     zel::fillModifyRequest(p.data(), frame.data() + zel::kFrameAlarmEnd, offset, frame.data());
     return p;
 }
-
 inline Bytes sizeRequest() {
-    Bytes p(12, 0);
+    Bytes p(zel::kSizeQuerySize, 0);
     zel::buildSizeQuery(p.data());
     return p;
 }

@@ -7,18 +7,13 @@
 
 namespace rulestest {
 
-const unsigned int kRuleReply = 39564;
-const unsigned int kPlatform = 6796;
-const unsigned int kFenceState = 6689;
-const unsigned int kFenceEvent = 6795;
+const unsigned int kRuleReply = 39564, kPlatform = 6796, kFenceState = 6689, kFenceEvent = 6795;
 
 // A fence state record (6689) of `length` payload bytes.
 inline harness::Bytes fenceState(uint32_t id, uint8_t flagByte, size_t length = 3352) {
     harness::Bytes b(length, 0);
-    if (length >= 8) {
-        b[0] = flagByte;
-        for (int i = 0; i < 4; ++i) b[4 + i] = static_cast<uint8_t>(id >> (8 * i));
-    }
+    b[0] = flagByte;
+    for (int i = 0; i < 4; ++i) b[4 + i] = static_cast<uint8_t>(id >> (8 * i));
     return b;
 }
 
@@ -29,13 +24,9 @@ protected:
 
     std::list<ZelAlertPara_t>& rules() { return svc().m_ParaList; }
     std::map<uint32_t, bool>& areas() { return svc().m_IsInGPSAreaMap; }
-
     // Messages handed straight to their handler, outside any wait.
     void reply(const std::string& json) { h.deliver(kRuleReply, harness::textBytes(json)); }
     void push(const std::string& json) { h.deliver(kPlatform, harness::textBytes(json)); }
-    void fenceEvent(const std::string& json) {
-        h.deliver(kFenceEvent, harness::textBytes(json));
-    }
 
     std::vector<uint32_t> ruleIds() {
         std::vector<uint32_t> ids;
@@ -47,13 +38,6 @@ protected:
         std::vector<std::string> out;
         for (const harness::SentMessage& m : h.sentWithId(kPlatform))
             out.push_back(std::string(m.payload.begin(), m.payload.end()));
-        return out;
-    }
-    // Lines printed by operation `func`, in order.
-    std::vector<std::string> linesOf(const std::string& func) {
-        std::vector<std::string> out;
-        for (const harness::DebugLine& l : h.lines())
-            if (l.func == func) out.push_back(l.text);
         return out;
     }
 };
