@@ -8,7 +8,7 @@ namespace {
 
 using Trigger = harness::ServiceTest;
 
-TEST_F(Trigger, ComparisonsExcludeTheThresholdAndRefuseNaN) {
+TEST_F(Trigger, ComparisonsExcludeTheThresholdAndRefuseNaNAndSignalsWithoutAValue) {
     struct { double value, threshold; eTriggerType type; bool expected; } rows[] = {
         {61, 60, GT, true},  {60, 60, GT, false}, {59, 60, LT, true},  {60, 60, LT, false},
         {60, 60, EQ, true},  {60.0000001, 60, EQ, false}, {NAN, 60, GT, false},
@@ -19,9 +19,7 @@ TEST_F(Trigger, ComparisonsExcludeTheThresholdAndRefuseNaN) {
             << r.value << " " << r.type << " " << r.threshold;
     EXPECT_FALSE(svc().checkValue(1, 0, static_cast<eTriggerType>(3)));
     EXPECT_TRUE(h.hasLine("checkValue invalid type =3\n"));
-}
-
-TEST_F(Trigger, SignalWithoutAValueIsFalseAndAnEventBeyondTheCatalogueChangesNothing) {
+    // A signal without a value is false; an event beyond the catalogue changes nothing.
     EXPECT_FALSE(trigger(14, LT, 1.0, true));
     EXPECT_TRUE(h.hasLine("Event[14][SPEED] the value is Invalid !\n"));
     EXPECT_TRUE(trigger(103, GT, 0.0, true));

@@ -10,13 +10,8 @@ namespace {
 // reply: the id of the answer to the start request, or 0; payloadFormat's %d
 // is the head's length.
 using S = CAlertZelManage;
-const struct {
-    unsigned int id, reply;
-    S::Handler handler;
-    uint32_t size;
-    bool acceptsLonger;
-    const char *lengthLine, *payloadFormat;
-} kOpenings[] = {
+const struct { unsigned int id, reply; S::Handler handler; uint32_t size; bool acceptsLonger;
+               const char *lengthLine, *payloadFormat; } kOpenings[] = {
     {1031, 33800, &S::OnUpdateIOState, 4, false, "update io state length error \n",
      "update io state failed msgerror=%d\n"},
     {1176, 0, &S::OnUpdatePanicKeyState, 4, false, "OnUpdatePanicKeyState length error \n",
