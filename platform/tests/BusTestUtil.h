@@ -1,18 +1,21 @@
 // Helpers for tests on a private bus: a temporary folder, an in-process
-// broker, a recorder of received messages and bounded waits.
+// broker, a recorder of received messages, bounded waits, and programs run as
+// children of the test.
 #ifndef Q7X_BUS_TEST_UTIL_H
 #define Q7X_BUS_TEST_UTIL_H
 
 #include <fcntl.h>
-#include <ftw.h>
 #include <gtest/gtest.h>
-#include <stdio.h>
-#include <stdlib.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <functional>
-#include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,6 +23,9 @@
 #include "Broker.h"
 #include "BusProtocol.h"
 #include "Common.h"
+#include "UnixSocket.h"
+
+extern char** environ;
 
 namespace q7xtest {
 
@@ -27,78 +33,51 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 // A folder under /tmp, removed with its contents at the end of the scope.
-class TempDir {
-public:
+struct TempDir {
     TempDir() {
         char tmpl[] = "/tmp/q7xtest.XXXXXX";
-        const char* made = mkdtemp(tmpl);
-        EXPECT_NE(made, nullptr);
-        m_path = made ? made : "/tmp";
+        EXPECT_NE(mkdtemp(tmpl), nullptr);
+        path = tmpl;
     }
-    ~TempDir() {
-        nftw(m_path.c_str(),
-             [](const char* p, const struct stat*, int, struct FTW*) { return remove(p); }, 8,
-             FTW_DEPTH | FTW_PHYS);
-    }
-    std::string Path(const std::string& name) const { return m_path + "/" + name; }
-
-private:
-    std::string m_path;
+    ~TempDir() { std::filesystem::remove_all(path); }
+    std::string Path(const std::string& name) const { return path + "/" + name; }
+    std::string path;
 };
 
 // A broker serving on its own thread for the life of the object.
-class BrokerThread {
-public:
-    explicit BrokerThread(const std::string& path) : m_broker(path) {
-        m_ok = m_broker.Open() == 0;
-        if (m_ok) m_thread = std::thread([this] { m_broker.Run(); });
+struct BrokerThread {
+    explicit BrokerThread(const std::string& path) : broker(path), ok(broker.Open() == 0) {
+        if (ok) thread = std::thread([this] { broker.Run(); });
     }
-    ~BrokerThread() { Stop(); }
-    void Stop() {
-        if (!m_thread.joinable()) return;
-        m_broker.Stop();
-        m_thread.join();
+    ~BrokerThread() {
+        broker.Stop();
+        if (thread.joinable()) thread.join();
     }
-    bool ok() const { return m_ok; }
-    q7x::CBusBroker& broker() { return m_broker; }
-
-private:
-    q7x::CBusBroker m_broker;
-    bool m_ok = false;
-    std::thread m_thread;
+    q7x::CBusBroker broker;
+    bool ok;
+    std::thread thread;
 };
 
 // One message as a callback saw it, decoded from its head.
 struct Received {
-    uint32_t id = 0;
-    bool request = false;
-    uint32_t source = 0;
-    uint32_t session = 0;
-    int len = 0;
+    uint32_t id, source, session;
+    bool request;
+    int len;
     std::string payload;
 };
 
 // Collects what the ids it is bound to deliver. onEach, when set, runs inside
 // the callback after the message is recorded, with the message as received.
-class Recorder {
-public:
+struct Recorder {
     void OnMessage(const char* msg, int len) {
         const unsigned char* h = reinterpret_cast<const unsigned char*>(msg);
-        Received r;
-        r.source = q7x::Load32(h + 0);
-        r.session = q7x::Load32(h + 4);
-        r.id = q7x::Load32(h + 8) & 0xffff;
-        r.request = (q7x::Load32(h + 8) & 0x10000) != 0;
-        r.len = len;
-        const uint32_t n = q7x::Load32(h + 12) & 0x7fffff;
-        r.payload.assign(msg + 16, n);
-        got.push_back(r);
+        const uint32_t word = q7x::Load32(h + 8);
+        got.push_back({word & 0xffff, q7x::Load32(h), q7x::Load32(h + 4), (word & 0x10000) != 0,
+                       len, std::string(msg + 16, q7x::Load32(h + 12) & 0x7fffff)});
         if (onEach) onEach(got.back(), msg);
     }
     size_t Count(uint32_t id) const {
-        size_t n = 0;
-        for (const Received& r : got) n += r.id == id;
-        return n;
+        return std::count_if(got.begin(), got.end(), [&](const Received& r) { return r.id == id; });
     }
     const Received* Find(uint32_t id) const {
         for (const Received& r : got)
@@ -109,8 +88,8 @@ public:
     std::function<void(const Received&, const char* msg)> onEach;
 };
 
+// The path given here is replaced by Q7X_BUS_PATH, as for a service.
 inline void* NewClient(int appId) {
-    // The path given here is replaced by Q7X_BUS_PATH, as for a service.
     return Common::Q7X_MSGCreateMessageClient(appId, "/tmp/unix.domain", 0);
 }
 
@@ -124,14 +103,21 @@ inline int Send(void* client, uint32_t id, const std::string& payload, int flag 
                                       static_cast<int>(payload.size()), 0);
 }
 
-// Waits on client until done() holds, for at most timeoutMs.
+// Polls done() until it holds, for at most timeoutMs; with a client, waits on
+// the bus in between, so that its callbacks run.
 inline bool WaitUntil(void* client, const std::function<bool()>& done, int timeoutMs = 5000) {
     const auto deadline = Clock::now() + milliseconds(timeoutMs);
     while (!done()) {
         if (Clock::now() >= deadline) return false;
-        Common::Q7X_MSGWaitForEvent(client, 20);
+        if (client)
+            Common::Q7X_MSGWaitForEvent(client, 20);
+        else
+            std::this_thread::sleep_for(milliseconds(2));
     }
     return true;
+}
+inline bool Eventually(const std::function<bool()>& done, int timeoutMs = 5000) {
+    return WaitUntil(nullptr, done, timeoutMs);
 }
 
 // Returns once the broker has handled every frame that receiver sent before
@@ -139,74 +125,99 @@ inline bool WaitUntil(void* client, const std::function<bool()>& done, int timeo
 // id, and sender sends it until it arrives. The broker reads each connection
 // in order, so the earlier frames were handled first.
 inline void Sync(void* receiver, void* sender) {
-    constexpr uint32_t kBarrier = 0x7ffe;
     Recorder r;
-    Subscribe(receiver, r, kBarrier);
-    const auto deadline = Clock::now() + milliseconds(5000);
-    while (r.got.empty() && Clock::now() < deadline) {
-        Send(sender, kBarrier, "");
-        Common::Q7X_MSGWaitForEvent(receiver, 20);
-    }
-    Common::Q7X_MSGEventUnRegister(receiver, kBarrier);
-    ASSERT_FALSE(r.got.empty()) << "the broker did not answer within 5 s";
-}
-
-// The command line to start: Q7X_SPAWN_PREFIX, when set, goes before it, an
-// emulator with its options for programs built for another machine
-// (scripts/cross.sh), words separated by spaces.
-inline std::vector<std::string> WithSpawnPrefix(const std::vector<std::string>& args) {
-    std::vector<std::string> all;
-    const char* prefix = getenv("Q7X_SPAWN_PREFIX");
-    std::string word;
-    for (const char* p = prefix ? prefix : ""; ; ++p) {
-        if (*p == ' ' || *p == '\0') {
-            if (!word.empty()) all.push_back(word);
-            word.clear();
-            if (*p == '\0') break;
-        } else {
-            word += *p;
-        }
-    }
-    all.insert(all.end(), args.begin(), args.end());
-    return all;
+    Subscribe(receiver, r, 0x7ffe);
+    EXPECT_TRUE(WaitUntil(receiver, [&] {
+        if (r.got.empty()) Send(sender, 0x7ffe, "");
+        return !r.got.empty();
+    })) << "the broker did not answer within 5 s";
+    Common::Q7X_MSGEventUnRegister(receiver, 0x7ffe);
 }
 
 inline std::string ReadText(const std::string& path) {
-    std::string out;
-    FILE* f = fopen(path.c_str(), "r");
-    if (!f) return out;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
-    fclose(f);
-    return out;
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-// Redirects standard error to a file while alive; Text() reads what came.
-class StderrCapture {
+// What fn writes to standard error.
+inline std::string StderrOf(const std::function<void()>& fn) {
+    ::testing::internal::CaptureStderr();
+    fn();
+    return ::testing::internal::GetCapturedStderr();
+}
+
+// Starts a program with its output in outFile; -1 on failure. Q7X_SPAWN_PREFIX
+// goes before it: an emulator for programs built for another machine.
+inline pid_t Spawn(const std::vector<std::string>& args, const std::string& outFile) {
+    std::vector<std::string> line;
+    std::istringstream prefix(getenv("Q7X_SPAWN_PREFIX") ? getenv("Q7X_SPAWN_PREFIX") : "");
+    for (std::string word; prefix >> word;) line.push_back(word);
+    line.insert(line.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (const std::string& a : line) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t fa;
+    posix_spawn_file_actions_init(&fa);
+    posix_spawn_file_actions_addopen(&fa, 1, outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_adddup2(&fa, 1, 2);
+    pid_t pid = -1;
+    const int rc = posix_spawn(&pid, argv[0], &fa, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&fa);
+    EXPECT_EQ(rc, 0) << args[0];
+    return rc == 0 ? pid : -1;
+}
+
+// The exit code, 128 + signal, or -1 after a timeout (then killed) or for no pid.
+inline int WaitExit(pid_t pid, int timeoutMs = 20000) {
+    int status = 0;
+    if (pid <= 0) return -1;  // never wait for, or signal, "any process"
+    if (!Eventually([&] { return waitpid(pid, &status, WNOHANG) != 0; }, timeoutMs)) {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Runs a program to its end: its exit code and its output.
+inline std::pair<int, std::string> RunToEnd(const std::vector<std::string>& args,
+                                            const std::string& outFile) {
+    const int code = WaitExit(Spawn(args, outFile));
+    return {code, ReadText(outFile)};
+}
+
+inline bool WaitListening(const std::string& path) {
+    return Eventually([&] { return q7x::BrokerListening(path); });
+}
+
+// Programs started by a test under a name, each with its output in
+// DIR/NAME.out; what still runs at the end of the scope is killed.
+class Children {
 public:
-    explicit StderrCapture(const std::string& file) : m_file(file) {
-        fflush(stderr);
-        m_saved = dup(STDERR_FILENO);
-        const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        dup2(fd, STDERR_FILENO);
-        close(fd);
+    explicit Children(const TempDir& dir) : m_dir(dir) {}
+    ~Children() {
+        for (const auto& p : m_running) kill(p.second, SIGKILL), waitpid(p.second, nullptr, 0);
     }
-    ~StderrCapture() { Restore(); }
-    std::string Text() {
-        Restore();
-        return ReadText(m_file);
+    void Start(const std::string& name, const std::vector<std::string>& args) {
+        const pid_t pid = Spawn(args, m_dir.Path(name + ".out"));
+        if (pid > 0) m_running.push_back({name, pid});
     }
+    // Signals the program and waits for its end, as WaitExit; -1 when not running.
+    int Stop(const std::string& name, int signal = SIGTERM) {
+        auto it = std::find_if(m_running.begin(), m_running.end(),
+                               [&](const auto& p) { return p.first == name; });
+        if (it == m_running.end()) return -1;
+        const pid_t pid = it->second;
+        m_running.erase(it);
+        kill(pid, signal);
+        return WaitExit(pid);
+    }
+    const std::vector<std::pair<std::string, pid_t>>& Running() const { return m_running; }
+    std::string Out(const std::string& name) const { return ReadText(m_dir.Path(name + ".out")); }
 
 private:
-    void Restore() {
-        if (m_saved < 0) return;
-        dup2(m_saved, STDERR_FILENO);
-        close(m_saved);
-        m_saved = -1;
-    }
-    std::string m_file;
-    int m_saved = -1;
+    const TempDir& m_dir;
+    std::vector<std::pair<std::string, pid_t>> m_running;
 };
 
 // A private bus for one test: its own folder, Q7X_BUS_PATH pointing into
@@ -215,14 +226,13 @@ class BusTest : public ::testing::Test {
 protected:
     BusTest() : m_path(m_dir.Path("bus")) {
         setenv("Q7X_BUS_PATH", m_path.c_str(), 1);
-        m_brokerThread = std::make_unique<BrokerThread>(m_path);
+        m_broker = std::make_unique<BrokerThread>(m_path);
     }
-    void SetUp() override { ASSERT_TRUE(m_brokerThread->ok()); }
-    q7x::CBusBroker& broker() { return m_brokerThread->broker(); }
+    void SetUp() override { ASSERT_TRUE(m_broker->ok); }
 
     TempDir m_dir;
     std::string m_path;
-    std::unique_ptr<BrokerThread> m_brokerThread;
+    std::unique_ptr<BrokerThread> m_broker;
 };
 
 }  // namespace q7xtest
