@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Common.h"
+#include "MessageHead.h"
 #include "PeerUtil.h"
 
 namespace {
@@ -21,8 +22,8 @@ void onSignal(int) { g_running = 0; }
 struct Printer {
     void OnMessage(const char* msg, int len) {
         if (msg == NULL || len < 16) return;
-        uint32_t word = peer::le32(msg + 8);
-        uint32_t length = peer::le32(msg + 12) & 0x7fffff;
+        uint32_t word = zel::getLe32(msg, zel::kHeadMessageWord);
+        uint32_t length = zel::headPayloadLength(msg);
         std::string bytes;
         char buf[4];
         for (int i = 16; i < len && i < 16 + 24; ++i) {

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "Common.h"
+#include "MessageHead.h"
 #include "PeerUtil.h"
 #include "PlatformRules.h"
 
@@ -62,7 +63,7 @@ bool parseNumber(const char* text, unsigned long max, unsigned long& out) {
 // The payload of a received message: never more than arrived.
 std::string payloadOf(const char* msg, int len) {
     if (msg == NULL || len < kHeadSize) return std::string();
-    uint32_t claimed = peer::le32(msg + 12) & 0x7fffff;
+    uint32_t claimed = zel::headPayloadLength(msg);
     size_t got = static_cast<size_t>(len - kHeadSize);
     return std::string(msg + kHeadSize, claimed < got ? claimed : got);
 }
@@ -110,7 +111,7 @@ public:
             peer::say("platform", "ignored a fence state of %zu bytes", p.size());
             return;
         }
-        setInside(peer::le32(p.data() + 4), (p[0] & 1) != 0);
+        setInside(zel::getLe32(p.data(), 4), (p[0] & 1) != 0);
     }
 
 private:

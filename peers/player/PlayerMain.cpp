@@ -1,5 +1,5 @@
 // zel-player: the device's signal sources, on a PC. Plays a scenario (format:
-// tools/scenario/Scenario.h) on the bus at its times, or SPEED times faster,
+// formats/Scenario.h) on the bus at its times, or SPEED times faster,
 // and answers the service's start requests from the running state of what
 // it has played: 1032 with the input word (33800), 1289 with the motion
 // state (34057), 475 with the J1939 table (33243) when the scenario has one.
@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "Common.h"
+#include "MessageHead.h"
 #include "MessageIds.h"
 #include "PeerUtil.h"
 #include "Scenario.h"
@@ -145,7 +146,7 @@ private:
         if (msg == NULL || len < 16) return;
         int rc = Common::Q7X_MSGResponseMessage(m_client, msg, p.data(), static_cast<int>(p.size()));
         peer::say("player", "answered request %u with the %s (%zu bytes)%s",
-                  peer::le32(msg + 8) & 0xffff, what, p.size(), rc == 0 ? "" : ", not sent");
+                  zel::getLe32(msg, zel::kHeadMessageWord) & 0xffff, what, p.size(), rc == 0 ? "" : ", not sent");
     }
 
     void* m_client;

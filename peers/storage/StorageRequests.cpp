@@ -13,8 +13,8 @@ namespace {
 
 std::vector<uint8_t> reply(size_t size, uint8_t logType, int result) {
     std::vector<uint8_t> r(size, 0);
-    r[kReplyLogType] = logType;
-    r[kReplyResult] = static_cast<uint8_t>(static_cast<int8_t>(result));
+    r[zel::kReplyLogType] = logType;
+    r[zel::kReplyResult] = static_cast<uint8_t>(static_cast<int8_t>(result));
     return r;
 }
 
@@ -70,14 +70,14 @@ bool StorageRequests::onWrite(const char* msg, int len, std::vector<uint8_t>& ou
     bool hasHead = false;
     const uint8_t* p = payloadOf(msg, len, what, zel::kWriteSize, hasHead);
     if (p == NULL) {
-        out = reply(kWriteReplySize, 0, kMalformed);
+        out = reply(zel::kWriteReplySize, 0, kMalformed);
         return hasHead;
     }
     uint8_t logType = p[zel::kReqLogType];
     const uint8_t* frame = p + zel::kWriteFrame;
     if (!zel::isLogFrame(frame)) {
         refuse(msg, len, what, "its frame lacks the z2db magic or its record heads");
-        out = reply(kWriteReplySize, logType, kMalformed);
+        out = reply(zel::kWriteReplySize, logType, kMalformed);
         return true;
     }
     uint32_t alertID = zel::getLe32(frame, zel::kFrameAlertId);
@@ -91,7 +91,7 @@ bool StorageRequests::onWrite(const char* msg, int len, std::vector<uint8_t>& ou
     else
         m_refused(format("could not store alert %u (result %d): %s", alertID, result,
                          why.c_str()));
-    out = reply(kWriteReplySize, logType, result);
+    out = reply(zel::kWriteReplySize, logType, result);
     return true;
 }
 
@@ -124,7 +124,7 @@ bool StorageRequests::onSize(const char* msg, int len, std::vector<uint8_t>& out
     bool hasHead = false;
     const uint8_t* p = payloadOf(msg, len, "size query (6671)", zel::kSizeQuerySize, hasHead);
     if (p == NULL) {
-        out = reply(kSizeReplySize, 0, kMalformed);
+        out = reply(zel::kSizeReplySize, 0, kMalformed);
         return hasHead;
     }
     uint8_t logType = p[zel::kReqLogType];
@@ -133,11 +133,11 @@ bool StorageRequests::onSize(const char* msg, int len, std::vector<uint8_t>& out
     std::string why;
     int result = m_store.size(logType, bytes, day, why);
     if (result != kStored) m_refused("could not tell the log size: " + why);
-    out = reply(kSizeReplySize, logType, result);
-    zel::putLe16(out.data(), kReplyYear, static_cast<uint16_t>(day.year));
-    out[kReplyMonth] = static_cast<uint8_t>(day.month);
-    out[kReplyDay] = static_cast<uint8_t>(day.day);
-    zel::putLe64(out.data(), kReplyLogSize, result == kStored ? bytes : 0);
+    out = reply(zel::kSizeReplySize, logType, result);
+    zel::putLe16(out.data(), zel::kReplyYear, static_cast<uint16_t>(day.year));
+    out[zel::kReplyMonth] = static_cast<uint8_t>(day.month);
+    out[zel::kReplyDay] = static_cast<uint8_t>(day.day);
+    zel::putLe64(out.data(), zel::kSizeReplyLogSize, result == kStored ? bytes : 0);
     return true;
 }
 

@@ -1,25 +1,7 @@
 // The storage peer's side of the three log requests, without the bus: a
 // request message (16-byte head, then payload) goes in, the store acts, and
-// the reply payload comes out. Frame and request layouts: LogFrame.h.
-//
-// Write reply (to 6661, sent as 39429), 8 bytes:
-// | Offset | Width | Content                                        |
-// |--------|-------|------------------------------------------------|
-// | 0      | u8    | logType of the request (0 if it had none)      |
-// | 1      | i8    | result: 0 stored, else a StoreResult           |
-// | 2      | 6     | 0                                              |
-//
-// Size reply (to 6671, sent as 39439), 32 bytes:
-// | Offset | Width | Content                                        |
-// |--------|-------|------------------------------------------------|
-// | 0      | u8    | logType of the request (0 if it had none)      |
-// | 1      | i8    | result: 0 ok, else a StoreResult               |
-// | 2      | 6     | 0                                              |
-// | 8      | u16   | year of the log the size is of (the store's    |
-// | 10     | u8    | month           own current day)               |
-// | 11     | u8    | day                                            |
-// | 12     | 12    | 0                                              |
-// | 24     | u64   | log size in bytes; 0 when the day has no log   |
+// the reply payload comes out. Frame, request and reply layouts: LogFrame.h;
+// a reply's result is 0 or a StoreResult.
 //
 // A request that breaks its format is refused with one line to `refused`
 // and, when it has a head to answer, a reply with result -1. A modify has no
@@ -35,15 +17,6 @@
 #include "AlertLogStore.h"
 
 namespace zelstore {
-
-const size_t kWriteReplySize = 8;
-const size_t kSizeReplySize = 32;
-const size_t kReplyLogType = 0;
-const size_t kReplyResult = 1;
-const size_t kReplyYear = 8;
-const size_t kReplyMonth = 10;
-const size_t kReplyDay = 11;
-const size_t kReplyLogSize = 24;
 
 class StorageRequests {
 public:

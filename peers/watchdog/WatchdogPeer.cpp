@@ -11,6 +11,7 @@
 #include <map>
 #include <string>
 
+#include "ByteOrder.h"
 #include "Common.h"
 #include "PeerUtil.h"
 
@@ -60,7 +61,7 @@ private:
         }
         const char* rec = msg + 16;
         name.assign(rec, strnlen(rec, 32));
-        timeout = peer::le32(rec + 32);
+        timeout = zel::getLe32(rec, 32);
         return true;
     }
 

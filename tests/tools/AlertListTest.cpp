@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "AlertList.h"
+#include "AlertReport.h"
 #include "ByteOrder.h"
 
 namespace zelctl {
@@ -15,15 +16,15 @@ struct Rec {
 };
 
 std::vector<uint8_t> List(const std::vector<Rec>& recs) {
-    std::vector<uint8_t> p(kListHead + kRecordSize * recs.size(), 0xEE);  // reserved: noise
+    std::vector<uint8_t> p(zel::kListHeadSize + zel::kRecordSize * recs.size(), 0xEE);  // reserved: noise
     zel::putLe32(p.data(), 0, static_cast<uint32_t>(recs.size()));
-    zel::putLe32(p.data(), 4, static_cast<uint32_t>(kRecordSize * recs.size()));
+    zel::putLe32(p.data(), 4, static_cast<uint32_t>(zel::kRecordSize * recs.size()));
     for (size_t i = 0; i < recs.size(); ++i) {
-        uint8_t* r = p.data() + kListHead + kRecordSize * i;
-        zel::putLe32(r, kRecId, recs[i].id);
-        zel::putLe64(r, kRecMark, 0);
-        for (int k = 0; k < 6; ++k) r[kRecTime + k] = recs[i].time[k];
-        r[kRecEnded] = recs[i].ended ? 1 : 0;
+        uint8_t* r = p.data() + zel::kListHeadSize + zel::kRecordSize * i;
+        zel::putLe32(r, zel::kRecAlertId, recs[i].id);
+        zel::putLe64(r, zel::kRecEventMark, 0);
+        for (int k = 0; k < 6; ++k) r[zel::kRecAlertTime + k] = recs[i].time[k];
+        r[zel::kRecEnded] = recs[i].ended ? 1 : 0;
     }
     return p;
 }

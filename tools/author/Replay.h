@@ -27,7 +27,7 @@ namespace zelauthor {
 struct ReplayArgs {
     std::string rules;
     std::string table;     // J1939 table, CSV or a 6048-byte payload; sent at 0
-    std::string scenario;  // see tools/scenario/Scenario.h
+    std::string scenario;  // see formats/Scenario.h
     std::string can;       // candump log, played from 0 at its recorded pace
     std::string svg;       // timeline picture to write
     double until = -1;     // seconds; below 0: the last step and kTailSeconds

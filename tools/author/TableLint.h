@@ -1,7 +1,7 @@
 // The J1939 table and a CAN log as lint sees them: every row as the service
 // would hold it, even rows the service skips, so that each can be reported.
 //
-// A table is read from the CSV a person writes (see tools/j1939/SignalTable.h;
+// A table is read from the CSV a person writes (see formats/SignalTable.h;
 // here rows that the converter refuses, such as a group number of 0, are kept
 // and reported rather than refused) or from a 6048-byte table payload as the
 // service receives it.

@@ -5,6 +5,7 @@
 
 #include "AlertList.h"
 #include "Common.h"
+#include "MessageHead.h"
 #include "MessageIds.h"
 #include "PeerUtil.h"
 #include "Zelctl.h"
@@ -26,8 +27,7 @@ struct Answer {
     std::string payload;
     void OnReply(const char* msg, int len) {
         if (got || msg == NULL || len < 16) return;
-        const uint32_t n = peer::le32(msg + 12) & 0x7fffff;
-        payload.assign(msg + 16, static_cast<size_t>(len - 16) < n ? len - 16 : n);
+        payload.assign(msg + zel::kHeadSize, zel::receivedPayload(msg, len));
         got = true;
     }
 };

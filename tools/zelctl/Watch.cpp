@@ -4,6 +4,7 @@
 
 #include "AlertList.h"
 #include "Common.h"
+#include "MessageHead.h"
 #include "MessageIds.h"
 #include "PeerUtil.h"
 #include "Zelctl.h"
@@ -28,7 +29,7 @@ public:
 
     void OnList(const char* msg, int len) {
         if (msg == NULL || len < 16) return;
-        const uint32_t n = peer::le32(msg + 12) & 0x7fffff;
+        const uint32_t n = zel::headPayloadLength(msg);
         std::vector<AlertRecord> records;
         std::string why;
         if (static_cast<size_t>(len) < 16 + static_cast<size_t>(n) ||

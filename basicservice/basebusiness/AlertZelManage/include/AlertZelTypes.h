@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Common.h"
+#include "LogFrame.h"
 
 // Comparison of a trigger with its threshold.
 enum eTriggerType : int32_t { GT = 0, LT = 1, EQ = 2 };
@@ -39,7 +40,7 @@ struct ZelAlertPara_t {
 };
 
 // One alert transition as reported on the bus (32 bytes on the wire, see
-// log/AlertReport.cpp). Reserved bytes are not kept.
+// AlertReport.h). Reserved bytes are not kept.
 struct tag_ZELAlert {
     uint32_t alertID;
     unsigned long long EventMark;
@@ -47,12 +48,10 @@ struct tag_ZELAlert {
     uint8_t bEnded;        // 0: began, 1: ended
 };
 
-const int kLogFrameSize = 60;
-
 // Place and last built content of one running alert's frame in the log.
 struct _AlertZelLogFrame_t_ {
     unsigned long long frameOffset;
-    uint8_t frame[kLogFrameSize];
+    uint8_t frame[zel::kFrameSize];
 };
 
 // Decoded J1939 values by table row (0..63). A fixed map: a frame's decode

@@ -1,10 +1,12 @@
-// The 16-byte head that starts every received bus message.
+// The 16-byte head that starts every received bus message. Peers and tools
+// read it through these names too.
 //
 // | Offset | Width | Field                                        |
 // |--------|-------|----------------------------------------------|
 // | 0      | u32   | source id                                    |
 // | 4      | u32   | session                                      |
-// | 8      | u32   | not read by the service                      |
+// | 8      | u32   | bits 0..15 message id, bit 16 send flag; not |
+// |        |       | read by the service                          |
 // | 12     | u32   | bits 0..22 payload length; 23..31 not read   |
 #ifndef ALERTZEL_MESSAGEHEAD_H
 #define ALERTZEL_MESSAGEHEAD_H
@@ -16,6 +18,7 @@ namespace zel {
 const int kHeadSize = 16;
 const size_t kHeadSourceId = 0;
 const size_t kHeadSession = 4;
+const size_t kHeadMessageWord = 8;
 const size_t kHeadLength = 12;
 const uint32_t kPayloadLengthMask = 0x7fffff;
 

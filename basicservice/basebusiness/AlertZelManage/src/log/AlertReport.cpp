@@ -1,20 +1,9 @@
 // Alert reports: the list of transitions published as message 3215, and the
-// answer to the query 3216 for the running alerts.
-//
-// Alert record, 32 bytes, little-endian:
-// | Offset | Width | Field                                 |
-// |--------|-------|---------------------------------------|
-// | 0      | u32   | alertID                               |
-// | 4      | 4     | reserved (0)                          |
-// | 8      | u64   | EventMark                             |
-// | 16     | 6     | alertTime: year, month, day, h, m, s  |
-// | 22     | 2     | reserved (0)                          |
-// | 24     | u8    | bEnded: 0 began, 1 ended              |
-// | 25     | 7     | reserved (0)                          |
-// List payload: u32 alertCount, u32 alertBytes (= count * 32), records.
+// answer to the query 3216 for the running alerts (layout: AlertReport.h).
 #include <stdlib.h>
 #include <string.h>
 
+#include "AlertReport.h"
 #include "AlertZelManage.h"
 #include "ByteOrder.h"
 #include "LogFrame.h"
@@ -22,19 +11,15 @@
 
 namespace {
 
-const size_t kListHeadSize = 8;
-const size_t kRecordSize = 32;
-const size_t kRecAlertId = 0;
-const size_t kRecEventMark = 8;
-const size_t kRecAlertTime = 16;
-const size_t kRecEnded = 24;
+using zel::kListHeadSize;
+using zel::kRecordSize;
 
 void encodeRecord(uint8_t* out, const tag_ZELAlert& rec) {
     memset(out, 0, kRecordSize);
-    zel::putLe32(out, kRecAlertId, rec.alertID);
-    zel::putLe64(out, kRecEventMark, rec.EventMark);
-    memcpy(out + kRecAlertTime, rec.alertTime, sizeof rec.alertTime);
-    zel::putU8(out, kRecEnded, rec.bEnded);
+    zel::putLe32(out, zel::kRecAlertId, rec.alertID);
+    zel::putLe64(out, zel::kRecEventMark, rec.EventMark);
+    memcpy(out + zel::kRecAlertTime, rec.alertTime, sizeof rec.alertTime);
+    zel::putU8(out, zel::kRecEnded, rec.bEnded);
 }
 
 }  // namespace
@@ -58,8 +43,8 @@ bool CAlertZelManage::sendAlertList() {
         ZEL_LOG(3, "msgZelAlertData malloc fail !\n");
         return false;
     }
-    zel::putLe32(payload, 0, static_cast<uint32_t>(count));
-    zel::putLe32(payload, 4, static_cast<uint32_t>(kRecordSize * count));
+    zel::putLe32(payload, zel::kListCount, static_cast<uint32_t>(count));
+    zel::putLe32(payload, zel::kListBytes, static_cast<uint32_t>(kRecordSize * count));
     for (size_t i = 0; i < count; ++i)
         encodeRecord(payload + kListHeadSize + kRecordSize * i, m_AlertList[i]);
     Common::Q7X_MSGSendMessage(m_pMsgManage, 0, zel::kMsgAlertList, 0, payload,
@@ -84,8 +69,8 @@ void CAlertZelManage::OnGetZelAlertState(const char* msg, int len) {
         ZEL_LOG(3, "msgZelAlertData malloc fail !\n");
         return;
     }
-    zel::putLe32(payload, 0, static_cast<uint32_t>(count));
-    zel::putLe32(payload, 4, static_cast<uint32_t>(kRecordSize * count));
+    zel::putLe32(payload, zel::kListCount, static_cast<uint32_t>(count));
+    zel::putLe32(payload, zel::kListBytes, static_cast<uint32_t>(kRecordSize * count));
     uint8_t* out = payload + kListHeadSize;
     for (const auto& entry : m_LogFrameMap) {
         tag_ZELAlert rec;

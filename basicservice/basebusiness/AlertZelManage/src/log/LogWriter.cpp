@@ -16,9 +16,6 @@
 #include "MessageHead.h"
 #include "MessageIds.h"
 
-static_assert(zel::kFrameSize == static_cast<size_t>(kLogFrameSize),
-              "the frame record and the frame layout disagree");
-
 namespace {
 
 const int kReplyWaitMs = 500;

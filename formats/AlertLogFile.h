@@ -1,5 +1,6 @@
-// The alert log file as the storage peer keeps it on disk, and a reader for
-// it. Shared by zel-storage, zel-logdump and the tests.
+// The alert log file as the storage peer keeps it on disk, and its one
+// reader. Shared by zel-storage, zel-logdump, zelctl log and the tests. The
+// frames are the service's own records (LogFrame.h); the head is the storage's.
 //
 // One file per log type and day of the storage's own clock:
 //   DIR/zel-<logType>-<yyyymmdd>.log          e.g. DIR/zel-19-20260305.log
@@ -39,25 +40,17 @@
 #include <vector>
 
 #include "Common.h"
+#include "LogFrame.h"
 
 namespace zelstore {
 
-const size_t kHeadSize = 84;
-const size_t kFrameSize = 60;
+// The head fills what the service leaves before the first frame.
+const size_t kHeadSize = zel::kLogFirstFrame;
+using zel::kFrameSize;
 const uint16_t kFormatVersion = 1;
-
-const size_t kHeadMagic = 0;
-const size_t kHeadVersion = 8;
-const size_t kHeadHeadSize = 10;
-const size_t kHeadFrameSize = 12;
-const size_t kHeadLogType = 14;
-const size_t kHeadYear = 16;
-const size_t kHeadMonth = 18;
-const size_t kHeadDay = 19;
-const size_t kHeadCreated = 20;
-const size_t kHeadWriter = 28;
-const size_t kHeadWriterSize = 32;
-const size_t kHeadCrc = 80;
+const size_t kHeadMagic = 0, kHeadVersion = 8, kHeadHeadSize = 10, kHeadFrameSize = 12;
+const size_t kHeadLogType = 14, kHeadYear = 16, kHeadMonth = 18, kHeadDay = 19;
+const size_t kHeadCreated = 20, kHeadWriter = 28, kHeadWriterSize = 32, kHeadCrc = 80;
 const char kMagic[8] = {'Z', 'E', 'L', 'A', 'L', 'O', 'G', 0};
 
 // A calendar day, as the file name and head hold it.

@@ -6,12 +6,8 @@
 #include <time.h>
 
 #include "ByteOrder.h"
-#include "LogFrame.h"
 
 namespace zelstore {
-
-static_assert(kFrameSize == zel::kFrameSize, "frame sizes disagree");
-static_assert(kHeadSize == zel::kLogFirstFrame, "the first frame must follow the head");
 
 Day dayOf(const Common::_datetime_& dt) {
     Day d = {2000 + dt.year, dt.month, dt.day};

@@ -1,21 +1,7 @@
 // The alert list as receivers see it on the bus (message 3215, and the reply
-// 35984 to the state query 3216), and a timeline that turns its records into
-// lines for a person. Shared by zelctl and its tests.
-//
-// Payload, little-endian:
-// | Offset | Width  | Field      | Content                                |
-// |--------|--------|------------|----------------------------------------|
-// | 0      | u32    | alertCount | n                                      |
-// | 4      | u32    | alertBytes | n × 32                                 |
-// | 8      | n × 32 | records    | back to back                           |
-// Record, 32 bytes:
-// | 0      | u32    | alertID    | rule id                                |
-// | 4      | 4      | reserved   |                                        |
-// | 8      | u64    | EventMark  | the rule's mark                        |
-// | 16     | 6      | alertTime  | year-2000, month, day, hour, min, sec  |
-// | 22     | 2      | reserved   |                                        |
-// | 24     | u8     | bEnded     | 0 began, 1 ended                       |
-// | 25     | 7      | reserved   |                                        |
+// 35984 to the state query 3216; layout in the service's AlertReport.h): its
+// one reader, and a timeline that turns its records into lines for a person.
+// Shared by zelctl, the soak load and the tests.
 #ifndef ZELCTL_ALERTLIST_H
 #define ZELCTL_ALERTLIST_H
 
@@ -27,13 +13,6 @@
 #include <vector>
 
 namespace zelctl {
-
-const size_t kListHead = 8;
-const size_t kRecordSize = 32;
-const size_t kRecId = 0;
-const size_t kRecMark = 8;
-const size_t kRecTime = 16;
-const size_t kRecEnded = 24;
 
 struct AlertRecord {
     uint32_t alertID;

@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <time.h>
 
+#include "AlertReport.h"
 #include "ByteOrder.h"
 
 namespace zelctl {
@@ -10,29 +11,29 @@ namespace zelctl {
 bool decodeAlertList(const uint8_t* p, size_t n, std::vector<AlertRecord>& out,
                      std::string& why) {
     out.clear();
-    if (p == NULL || n < kListHead) {
+    if (p == NULL || n < zel::kListHeadSize) {
         why = "a list needs 8 bytes of head, got " + std::to_string(n);
         return false;
     }
-    const uint32_t count = zel::getLe32(p, 0);
-    const uint32_t bytes = zel::getLe32(p, 4);
-    if (static_cast<uint64_t>(count) * kRecordSize != bytes) {
+    const uint32_t count = zel::getLe32(p, zel::kListCount);
+    const uint32_t bytes = zel::getLe32(p, zel::kListBytes);
+    if (static_cast<uint64_t>(count) * zel::kRecordSize != bytes) {
         why = "count " + std::to_string(count) + " and byte length " + std::to_string(bytes) +
               " disagree";
         return false;
     }
-    if (kListHead + static_cast<uint64_t>(bytes) != n) {
+    if (zel::kListHeadSize + static_cast<uint64_t>(bytes) != n) {
         why = "head says " + std::to_string(count) + " records but " +
-              std::to_string(n - kListHead) + " bytes follow";
+              std::to_string(n - zel::kListHeadSize) + " bytes follow";
         return false;
     }
     for (uint32_t i = 0; i < count; ++i) {
-        const uint8_t* r = p + kListHead + kRecordSize * i;
+        const uint8_t* r = p + zel::kListHeadSize + zel::kRecordSize * i;
         AlertRecord rec;
-        rec.alertID = zel::getLe32(r, kRecId);
-        rec.eventMark = zel::getLe64(r, kRecMark);
-        for (int k = 0; k < 6; ++k) rec.time[k] = r[kRecTime + k];
-        rec.ended = r[kRecEnded] != 0;
+        rec.alertID = zel::getLe32(r, zel::kRecAlertId);
+        rec.eventMark = zel::getLe64(r, zel::kRecEventMark);
+        for (int k = 0; k < 6; ++k) rec.time[k] = r[zel::kRecAlertTime + k];
+        rec.ended = r[zel::kRecEnded] != 0;
         out.push_back(rec);
     }
     return true;
