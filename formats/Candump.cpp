@@ -102,6 +102,27 @@ bool parseCandumpLine(const std::string& line, CanFrame& frame) {
     return true;
 }
 
+bool readCandumpLog(std::istream& in, const std::string& name, std::vector<CanFrame>& frames,
+                    std::string& error) {
+    frames.clear();
+    std::string text;
+    for (int n = 1; std::getline(in, text); ++n) {
+        if (text.find_first_not_of(" \t\r") == std::string::npos) continue;
+        CanFrame frame;
+        if (!parseCandumpLine(text, frame)) {
+            error = name + ":" + std::to_string(n) +
+                    ": not a classic CAN frame of candump -l or -ta";
+            return false;
+        }
+        frames.push_back(frame);
+    }
+    if (frames.empty()) {
+        error = name + " holds no frame";
+        return false;
+    }
+    return true;
+}
+
 std::vector<uint8_t> canFramePayload(const CanFrame& frame) {
     std::vector<uint8_t> payload(CanFrameMsg_t::kSize, 0);
     zel::putLe32(payload.data(), CanFrameMsg_t::kCanId, frame.id);

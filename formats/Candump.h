@@ -1,4 +1,6 @@
 // CAN logs as candump writes them, and the frame message the service takes.
+// The one reader of such logs: scenarios' cantrace, zel-author lint and
+// replay all read a log through readCandumpLog.
 //
 // Two line forms are read:
 //   -l:   (1690000000.123456) can0 18FEF100#FF3417FCFF6800CF
@@ -11,6 +13,7 @@
 
 #include <stdint.h>
 
+#include <istream>
 #include <string>
 #include <vector>
 
@@ -30,6 +33,12 @@ struct CanFrame {
 
 // False for a line that holds no classic frame in either form.
 bool parseCandumpLine(const std::string& line, CanFrame& frame);
+
+// A whole log: every line that is not blank must hold a frame, and one must.
+// On failure returns false with `error` "NAME:N: not a classic CAN frame of
+// candump -l or -ta" or "NAME holds no frame"; `frames` is then unspecified.
+bool readCandumpLog(std::istream& in, const std::string& name, std::vector<CanFrame>& frames,
+                    std::string& error);
 
 // The payload of the service's frame message (1089) carrying `frame`: the
 // identifier and the data field at their offsets, the rest zero.

@@ -201,29 +201,18 @@ bool ScenarioBuilder::addCanTrace(double at, const Words& w, int line, std::vect
         error = "cantrace: cannot read " + path + ": " + strerror(errno);
         return false;
     }
-    std::vector<Step> steps;
-    std::string text;
-    double first = 0;
-    for (int n = 1; std::getline(in, text); ++n) {
-        if (!text.empty() && text[text.size() - 1] == '\r') text.erase(text.size() - 1);
-        if (splitWords(text).empty()) continue;
-        zelj1939::CanFrame frame;
-        if (!zelj1939::parseCandumpLine(text, frame)) {
-            error = "cantrace: " + path + ":" + std::to_string(n) +
-                    ": not a classic CAN frame of candump -l or -ta";
-            return false;
-        }
-        if (steps.empty()) first = frame.time;
-        // A log of several interfaces may step back a little; never before AT.
-        double offset = std::max(0.0, frame.time - first) / speed;
-        steps.push_back(makeStep(at + offset, zel::kMsgCanFrame,
-                                 zelj1939::canFramePayload(frame), line));
-    }
-    if (steps.empty()) {
-        error = "cantrace: " + path + " holds no frame";
+    std::vector<zelj1939::CanFrame> frames;
+    if (!zelj1939::readCandumpLog(in, path, frames, error)) {
+        error = "cantrace: " + error;
         return false;
     }
-    out.insert(out.end(), steps.begin(), steps.end());
+    const double first = frames.front().time;
+    for (const zelj1939::CanFrame& frame : frames) {
+        // A log of several interfaces may step back a little; never before AT.
+        double offset = std::max(0.0, frame.time - first) / speed;
+        out.push_back(makeStep(at + offset, zel::kMsgCanFrame,
+                               zelj1939::canFramePayload(frame), line));
+    }
     return true;
 }
 

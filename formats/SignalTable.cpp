@@ -64,8 +64,9 @@ bool realField(const std::vector<std::string>& fields, size_t column, int line, 
     return false;
 }
 
-bool parseRow(const std::vector<std::string>& fields, int line, SignalRow& row,
-              std::string& error) {
+bool parseRow(const std::vector<std::string>& fields, int line, RowCheck check,
+              SignalRow& row, std::string& error) {
+    const bool ranges = check == kServiceRanges;
     if (fields.size() < kRequiredColumns) {
         std::ostringstream what;
         what << "expected at least " << kRequiredColumns << " columns, found " << fields.size();
@@ -74,25 +75,27 @@ bool parseRow(const std::vector<std::string>& fields, int line, SignalRow& row,
     }
     row.name = fields[0];
     row.line = line;
-    if (row.name.empty()) {
+    if (ranges && row.name.empty()) {
         error = lineError(line, "name is empty");
         return false;
     }
     unsigned long long v = 0;
-    if (!wholeField(fields, 1, 1, 0xffff, line, v, error)) {
+    if (!wholeField(fields, 1, ranges ? 1 : 0, ranges ? 0xffff : ~0ull, line, v, error)) {
         if (parseWhole(fields[1], v) && v > 0xffff)
             error += " (the service matches bits 8..23 of a frame's identifier)";
         return false;
     }
-    row.pgn = static_cast<uint32_t>(v);
-    if (!wholeField(fields, 2, 0, 7, line, v, error)) return false;
+    row.pgn = v;
+    // Without the ranges, a field still has to fit the table's 32-bit word.
+    if (!wholeField(fields, 2, 0, ranges ? 7 : 0xffffffffu, line, v, error)) return false;
     row.startbyte = static_cast<uint32_t>(v);
-    if (!wholeField(fields, 3, 0, 7, line, v, error)) return false;
+    if (!wholeField(fields, 3, 0, ranges ? 7 : 0xffffffffu, line, v, error)) return false;
     row.startbit = static_cast<uint32_t>(v);
-    if (!wholeField(fields, 4, 1, 64, line, v, error)) return false;
+    if (!wholeField(fields, 4, ranges ? 1 : 0, ranges ? 64 : 0x7fffffff, line, v, error))
+        return false;
     row.length = static_cast<int32_t>(v);
-    uint32_t end = row.startbit + 8 * row.startbyte + static_cast<uint32_t>(row.length);
-    if (end > 64) {
+    uint64_t end = row.startbit + 8ull * row.startbyte + static_cast<uint64_t>(row.length);
+    if (ranges && end > 64) {
         std::ostringstream what;
         what << "the signal ends at bit " << end << ", past the 64 bits of the data field";
         error = lineError(line, what.str());
@@ -160,7 +163,8 @@ bool parseWhole(const std::string& text, unsigned long long& out) {
     return errno == 0 && end != start && *end == '\0';
 }
 
-bool parseSignalTable(std::istream& in, std::vector<SignalRow>& rows, std::string& error) {
+bool parseSignalTable(std::istream& in, std::vector<SignalRow>& rows, std::string& error,
+                      RowCheck check) {
     rows.clear();
     std::string text;
     std::vector<std::string> fields;
@@ -186,12 +190,12 @@ bool parseSignalTable(std::istream& in, std::vector<SignalRow>& rows, std::strin
             haveHeader = true;
             continue;
         }
-        if (rows.size() == kMaxSignals) {
+        if (check == kServiceRanges && rows.size() == kMaxSignals) {
             error = lineError(line, "more than 64 signals; the table holds 64");
             return false;
         }
         SignalRow row;
-        if (!parseRow(fields, line, row, error)) return false;
+        if (!parseRow(fields, line, check, row, error)) return false;
         rows.push_back(row);
     }
     if (!haveHeader) {
@@ -199,6 +203,10 @@ bool parseSignalTable(std::istream& in, std::vector<SignalRow>& rows, std::strin
         return false;
     }
     return true;
+}
+
+bool isTablePayload(const std::string& data) {
+    return data.size() == J1939Param_t::kTableSize && data.compare(0, 5, "name,") != 0;
 }
 
 std::vector<uint8_t> buildTablePayload(const std::vector<SignalRow>& rows) {
@@ -210,7 +218,7 @@ std::vector<uint8_t> buildTablePayload(const std::vector<SignalRow>& rows) {
         zel::putLe32(p, P::kId, static_cast<uint32_t>(n));
         zel::putLe32(p, P::kLength, static_cast<uint32_t>(r.length));
         zel::putLe32(p, P::kMax, 0);
-        zel::putLe32(p, P::kPgn, r.pgn);
+        zel::putLe32(p, P::kPgn, static_cast<uint32_t>(r.pgn));
         zel::putLe32(p, P::kSource, kAnySource);
         zel::putLe32(p, P::kStartBit, r.startbit);
         zel::putLe32(p, P::kStartByte, r.startbyte);

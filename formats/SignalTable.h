@@ -7,6 +7,11 @@
 // with '#' are skipped. Data row n (counted from 0) becomes table row n and so
 // feeds the service's event J1939n. Fields may be quoted with "...", with ""
 // for a quote inside.
+//
+// parseSignalTable is the one reader of the CSV: zel-j1939-table, zelctl,
+// scenarios and zel-author replay read tables with the service's ranges
+// checked; zel-author lint reads them with the syntax checked only, so that it
+// can report each row the service would skip.
 #ifndef ZELJ1939_SIGNALTABLE_H
 #define ZELJ1939_SIGNALTABLE_H
 
@@ -20,7 +25,7 @@ namespace zelj1939 {
 
 struct SignalRow {
     std::string name;
-    uint32_t pgn;        // 1..65535: the service matches bits 8..23 of the identifier
+    uint64_t pgn;        // 1..65535: the service matches bits 8..23 of the identifier
     uint32_t startbyte;  // 0..7
     uint32_t startbit;   // 0..7, within the start byte
     int32_t length;      // 1..64 bits, ending inside the 8 data bytes
@@ -37,9 +42,20 @@ const size_t kTablePayloadSize = 6048;
 // Written into each row's source field: frames are not matched on it.
 const uint32_t kAnySource = 0xff;
 
+// How much of a row the reader checks.
+enum RowCheck {
+    kServiceRanges,  // the ranges above, at most kMaxSignals rows: the table as sent
+    kSyntaxOnly,     // numbers as numbers; rows kept as written, even past the 64th
+};
+
 // Reads a whole table. On failure returns false, leaves `rows` as far as it
 // got, and sets `error` to one line of the form "line N: what is wrong".
-bool parseSignalTable(std::istream& in, std::vector<SignalRow>& rows, std::string& error);
+bool parseSignalTable(std::istream& in, std::vector<SignalRow>& rows, std::string& error,
+                      RowCheck check = kServiceRanges);
+
+// True when `data` is a table payload as the service receives it rather than
+// CSV text: exactly its size, and not starting with the CSV header.
+bool isTablePayload(const std::string& data);
 
 // The table payload: row n of `rows` at table row n with id n; rows behind
 // the last are zero, that is empty. At most kMaxSignals rows are written.

@@ -76,6 +76,58 @@ TEST(SignalTable, ErrorsNameTheLine) {
     EXPECT_TRUE(parse(tooMany, out, error)) << error;
 }
 
+// Lint reads the same CSV without the service's ranges, to report the rows
+// the service would skip; numbers must still be numbers.
+TEST(SignalTable, SyntaxOnlyKeepsRowsTheServiceSkipsButNotMalformedOnes) {
+    const std::string h = "name,pgn,startbyte,startbit,length,resolution,offset\n";
+    std::string many = h;
+    for (int i = 0; i < 65; ++i) many += "s,65265,0,0,8,1,0\n";
+    const std::pair<std::string, std::string> cases[] = {  // {text, error or ""}
+        {h + ",0,0,0,0,1,0\n", ""},                 // no name, no group, no length
+        {h + "a,131072,6,12,16,1,0\n", ""},         // wide group, past the data field
+        {many, ""},
+        {h + "a,65265,0,0,-1,1,0\n", "line 2: length: '-1' is not a whole number"},
+        {h + "a,65265,4294967296,0,8,1,0\n",
+         "line 2: startbyte 4294967296 is outside 0..4294967295"},
+        {h + "a,65265,1,0,8,x,0\n", "line 2: resolution: 'x' is not a number"},
+    };
+    for (const auto& [text, expected] : cases) {
+        std::istringstream in(text);
+        std::vector<SignalRow> rows;
+        std::string error;
+        EXPECT_EQ(zelj1939::parseSignalTable(in, rows, error, zelj1939::kSyntaxOnly),
+                  expected.empty()) << text;
+        EXPECT_EQ(error, expected) << text;
+    }
+    std::istringstream wide(h + "a,131072,6,12,16,1,0\n");
+    std::vector<SignalRow> rows;
+    std::string error;
+    ASSERT_TRUE(zelj1939::parseSignalTable(wide, rows, error, zelj1939::kSyntaxOnly));
+    EXPECT_EQ(rows[0].pgn, 131072u);
+    EXPECT_EQ(rows[0].startbit, 12u);
+}
+
+// Every tool reads a log through one reader: blank lines pass, anything else
+// that is not a frame refuses the whole log.
+TEST(Candump, LogReaderRefusesALogWithAnyLineThatIsNoFrame) {
+    const std::pair<std::string, std::string> cases[] = {  // {log, error or ""}
+        {"(1.0) can0 123#01\n\n \t\r\n(1.5) can0 124#02\r\n", ""},
+        {"(1.0) can0 123#01\ngarbage\n(1.5) can0 124#02\n",
+         "t.log:2: not a classic CAN frame of candump -l or -ta"},
+        {"\n  \n", "t.log holds no frame"},
+    };
+    for (const auto& [log, expected] : cases) {
+        std::istringstream in(log);
+        std::vector<CanFrame> frames;
+        std::string error;
+        EXPECT_EQ(zelj1939::readCandumpLog(in, "t.log", frames, error), expected.empty()) << log;
+        EXPECT_EQ(error, expected) << log;
+        if (expected.empty()) {
+            EXPECT_EQ(frames.size(), 2u);
+        }
+    }
+}
+
 TEST(Candump, ReadsBothLogFormsIntoTheFrameMessage) {
     struct { std::string line; double time; const char* iface; uint32_t id; bool extended; int dlc;
              uint64_t data; } rows[] = {

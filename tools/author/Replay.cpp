@@ -76,7 +76,7 @@ Status tableStep(const std::string& path, Steps& steps, std::string& error) {
     s.at = 0;
     s.id = zel::kMsgJ1939Param;
     s.line = 0;
-    if (data.size() == J1939Param_t::kTableSize && data.compare(0, 5, "name,") != 0) {
+    if (zelj1939::isTablePayload(data)) {
         s.payload.assign(data.begin(), data.end());
     } else {
         std::istringstream csv(data);

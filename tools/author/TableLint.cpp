@@ -20,10 +20,6 @@ namespace zelauthor {
 
 namespace {
 
-const char* const kColumns[] = {"name",   "pgn",        "startbyte", "startbit",
-                                "length", "resolution", "offset"};
-const size_t kColumnCount = 7;
-
 std::string fmt(const char* format, ...) __attribute__((format(printf, 1, 2)));
 std::string fmt(const char* format, ...) {
     char buf[512];
@@ -34,93 +30,27 @@ std::string fmt(const char* format, ...) {
     return buf;
 }
 
-std::string trim(const std::string& s) {
-    size_t b = s.find_first_not_of(" \t");
-    if (b == std::string::npos) return std::string();
-    return s.substr(b, s.find_last_not_of(" \t") - b + 1);
-}
-
-// Decimal or 0x hexadecimal, optionally negative.
-bool parseInteger(const std::string& text, long long& out) {
-    if (text.empty()) return false;
-    const char* p = text.c_str();
-    bool negative = *p == '-';
-    if (negative) ++p;
-    int base = (p[0] == '0' && (p[1] == 'x' || p[1] == 'X')) ? 16 : 10;
-    if (base == 16) p += 2;
-    char* end = NULL;
-    errno = 0;
-    unsigned long long v = strtoull(p, &end, base);
-    if (errno != 0 || end == p || *end != '\0' || v > 0x7fffffffffffffffull) return false;
-    out = negative ? -static_cast<long long>(v) : static_cast<long long>(v);
-    return true;
-}
-
-bool parseNumber(const std::string& text, double& out) {
-    char* end = NULL;
-    out = strtod(text.c_str(), &end);
-    return !text.empty() && *end == '\0' && std::isfinite(out);
-}
-
+// The CSV through the table's one reader, ranges unchecked: a row the service
+// would skip is kept, to be reported. Its "line N: what" errors name the file.
 Status loadCsv(const std::string& path, std::istream& in, J1939Table& out, std::string& error) {
-    std::string text;
-    std::vector<std::string> fields;
-    int line = 0;
-    bool haveHeader = false;
-    while (std::getline(in, text)) {
-        ++line;
-        if (line == 1 && text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);
-        if (!text.empty() && text[text.size() - 1] == '\r') text.erase(text.size() - 1);
-        std::string bare = trim(text);
-        if (bare.empty() || bare[0] == '#') continue;
-        std::string where = path + ":" + std::to_string(line) + ": ";
-        if (!zelj1939::splitCsvLine(text, fields)) {
-            error = where + "unterminated quote";
-            return kFound;
-        }
-        if (!haveHeader) {
-            bool ok = fields.size() >= kColumnCount;
-            for (size_t i = 0; ok && i < kColumnCount; ++i) ok = fields[i] == kColumns[i];
-            if (!ok) {
-                error = where + "the header must begin with "
-                                "name,pgn,startbyte,startbit,length,resolution,offset";
-                return kFound;
-            }
-            haveHeader = true;
-            continue;
-        }
-        if (fields.size() < kColumnCount) {
-            error = where + fmt("expected at least %zu columns, found %zu", kColumnCount,
-                                fields.size());
-            return kFound;
-        }
-        TableRow row;
-        row.name = fields[0];
-        row.line = line;
-        row.id = static_cast<uint32_t>(out.rows.size());
-        long long whole[4];
-        for (size_t c = 1; c <= 4; ++c) {
-            if (!parseInteger(fields[c], whole[c - 1]) || (c != 4 && whole[c - 1] < 0)) {
-                error = where + kColumns[c] + ": '" + fields[c] + "' is not a whole number";
-                return kFound;
-            }
-        }
-        row.pgn = static_cast<uint64_t>(whole[0]);
-        row.startbyte = static_cast<uint32_t>(whole[1]);
-        row.startbit = static_cast<uint32_t>(whole[2]);
-        row.length = static_cast<int32_t>(whole[3]);
-        for (size_t c = 5; c <= 6; ++c) {
-            double& target = c == 5 ? row.resolution : row.offset;
-            if (!parseNumber(fields[c], target)) {
-                error = where + kColumns[c] + ": '" + fields[c] + "' is not a number";
-                return kFound;
-            }
-        }
-        out.rows.push_back(row);
-    }
-    if (!haveHeader) {
-        error = path + ": no header line";
+    std::vector<zelj1939::SignalRow> rows;
+    if (!zelj1939::parseSignalTable(in, rows, error, zelj1939::kSyntaxOnly)) {
+        if (error.compare(0, 5, "line ") == 0) error = path + ":" + error.substr(5);
+        else error = path + ": " + error;
         return kFound;
+    }
+    for (const zelj1939::SignalRow& r : rows) {
+        TableRow row;
+        row.name = r.name;
+        row.line = r.line;
+        row.id = static_cast<uint32_t>(out.rows.size());
+        row.pgn = r.pgn;
+        row.startbyte = r.startbyte;
+        row.startbit = r.startbit;
+        row.length = r.length;
+        row.resolution = r.resolution;
+        row.offset = r.offset;
+        out.rows.push_back(row);
     }
     return kClean;
 }
@@ -173,8 +103,7 @@ Status loadTable(const std::string& path, J1939Table& out, std::string& error) {
         error = path + ": read error";
         return kUnreadable;
     }
-    if (data.size() == J1939Param_t::kTableSize && data.compare(0, 5, "name,") != 0)
-        return loadBinary(data, out);
+    if (zelj1939::isTablePayload(data)) return loadBinary(data, out);
     std::istringstream text(data);
     return loadCsv(path, text, out, error);
 }
@@ -187,27 +116,12 @@ Status loadCanLog(const std::string& path, std::vector<zelj1939::CanFrame>& fram
         error = path + ": " + strerror(errno);
         return kUnreadable;
     }
-    std::string line;
-    int number = 0, firstBad = 0;
-    while (std::getline(in, line)) {
-        ++number;
-        zelj1939::CanFrame f;
-        if (zelj1939::parseCandumpLine(line, f)) {
-            frames.push_back(f);
-        } else if (firstBad == 0 && !trim(line).empty()) {
-            firstBad = number;
-        }
-    }
+    bool read = zelj1939::readCandumpLog(in, path, frames, error);
     if (in.bad()) {
         error = path + ": read error";
         return kUnreadable;
     }
-    if (frames.empty()) {
-        error = path + ":" + std::to_string(firstBad ? firstBad : 1) +
-                ": no CAN frame in candump's -l or -ta form";
-        return kFound;
-    }
-    return kClean;
+    return read ? kClean : kFound;
 }
 
 double decodeRow(const TableRow& row, uint64_t data, uint64_t& raw) {

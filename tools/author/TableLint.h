@@ -1,10 +1,11 @@
 // The J1939 table and a CAN log as lint sees them: every row as the service
 // would hold it, even rows the service skips, so that each can be reported.
 //
-// A table is read from the CSV a person writes (see formats/SignalTable.h;
-// here rows that the converter refuses, such as a group number of 0, are kept
-// and reported rather than refused) or from a 6048-byte table payload as the
-// service receives it.
+// A table is read from the CSV a person writes, through the table's one
+// reader (formats/SignalTable.h) with ranges unchecked, so that rows the
+// converter refuses, such as a group number of 0, are kept and reported; or
+// from a 6048-byte table payload as the service receives it. A CAN log is read
+// through the one candump reader (formats/Candump.h).
 #ifndef ZELAUTHOR_TABLELINT_H
 #define ZELAUTHOR_TABLELINT_H
 

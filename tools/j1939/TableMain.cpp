@@ -63,7 +63,7 @@ int main(int argc, char** argv) {
     for (size_t n = 0; n < rows.size(); ++n) {
         const zelj1939::SignalRow& r = rows[n];
         printf("J1939%-3zu %-32s pgn %5u byte %u bit %u len %2d x %.8g %+g %s\n", n,
-               r.name.c_str(), r.pgn, r.startbyte, r.startbit, r.length, r.resolution,
+               r.name.c_str(), static_cast<unsigned>(r.pgn), r.startbyte, r.startbit, r.length, r.resolution,
                r.offset, r.unit.c_str());
     }
     printf("wrote %zu signals to %s (%zu bytes)\n", rows.size(), outPath, payload.size());

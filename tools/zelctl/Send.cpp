@@ -92,7 +92,8 @@ int runTable(int argc, char** argv) {
     if (!sendPayload(bus, zel::kMsgJ1939Param, zelj1939::buildTablePayload(rows)))
         return refuse("table", "could not send the table: no broker on the bus?");
     for (size_t n = 0; n < rows.size(); ++n)
-        printf("J1939%-3zu %-32s pgn %5u\n", n, rows[n].name.c_str(), rows[n].pgn);
+        printf("J1939%-3zu %-32s pgn %5u\n", n, rows[n].name.c_str(),
+               static_cast<unsigned>(rows[n].pgn));
     printf("sent the table of %zu signals from %s (message 476)\n", rows.size(), path.c_str());
     return 0;
 }
