@@ -50,16 +50,33 @@ bool readFile(const std::string& path, std::string& text, std::string& error) {
     return ok;
 }
 
-bool parseJson(const std::string& name, const std::string& text, Json::Value& out,
-               std::string& error) {
+bool readJson(const std::string& text, Json::Value& out, JsonError& why) {
+    why = JsonError();
     try {
         Json::Reader reader;
         if (reader.parse(text.data(), text.data() + text.size(), out, true)) return true;
-        error = name + ": not valid JSON:\n" + reader.getFormattedErrorMessages();
-        while (!error.empty() && error.back() == '\n') error.pop_back();
+        std::vector<Json::Reader::StructuredError> errors = reader.getStructuredErrors();
+        if (!errors.empty()) {
+            why.first = errors[0].message;
+            why.offset = errors[0].offset_start;
+        }
+        why.listed = reader.getFormattedErrorMessages();
     } catch (const std::exception& e) {
-        error = name + ": not valid JSON: " + e.what();
+        why.thrown = e.what();
     }
+    return false;
+}
+
+bool parseJson(const std::string& name, const std::string& text, Json::Value& out,
+               std::string& error) {
+    JsonError why;
+    if (readJson(text, out, why)) return true;
+    if (!why.thrown.empty()) {
+        error = name + ": not valid JSON: " + why.thrown;
+        return false;
+    }
+    error = name + ": not valid JSON:\n" + why.listed;
+    while (!error.empty() && error.back() == '\n') error.pop_back();
     return false;
 }
 

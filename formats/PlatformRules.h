@@ -36,7 +36,20 @@ const size_t kFenceStateSize = 3352;
 
 // Reads a whole file. On failure `error` names the file and the reason.
 bool readFile(const std::string& path, std::string& text, std::string& error);
-// Parses `text` as JSON. On failure `error` names `name` and the JSON error.
+// Why a text is not JSON: the reader's first error, where it stands (a byte
+// offset into the text, -1 when the reader gave none), and all its errors as
+// the reader lists them; or, when the reader threw, what it threw.
+struct JsonError {
+    std::string first;
+    ptrdiff_t offset = -1;
+    std::string listed;
+    std::string thrown;
+};
+// The one JSON reader of rule sets, command files and the platform's JSON
+// messages, with the service's own settings (comments allowed): a text that
+// reads here is one the service can parse. Values keep their offsets.
+bool readJson(const std::string& text, Json::Value& out, JsonError& why);
+// readJson with one message: `error` names `name` and lists the JSON errors.
 bool parseJson(const std::string& name, const std::string& text, Json::Value& out,
                std::string& error);
 

@@ -32,23 +32,14 @@ Status loadRuleFile(const std::string& path, RuleFile& out, std::string& error) 
     out.path = path;
     if (!platformpeer::readFile(path, out.text, error)) return kUnreadable;
 
-    Json::Reader reader;
-    bool parsed = false;
-    try {
-        parsed = reader.parse(out.text.data(), out.text.data() + out.text.size(), out.root, true);
-    } catch (const std::exception& e) {
-        error = path + ": not valid JSON: " + e.what();
-        return kFound;
-    }
-    if (!parsed) {
-        std::vector<Json::Reader::StructuredError> errors = reader.getStructuredErrors();
-        error = path + ":";
-        if (!errors.empty()) {
-            error += std::to_string(out.lineOfOffset(errors[0].offset_start)) + ": " +
-                     errors[0].message;
-        } else {
-            error += " not valid JSON";
-        }
+    platformpeer::JsonError why;
+    if (!platformpeer::readJson(out.text, out.root, why)) {
+        if (!why.thrown.empty())
+            error = path + ": not valid JSON: " + why.thrown;
+        else if (why.offset >= 0)
+            error = path + ":" + std::to_string(out.lineOfOffset(why.offset)) + ": " + why.first;
+        else
+            error = path + ": not valid JSON";
         return kFound;
     }
 

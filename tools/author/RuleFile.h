@@ -7,8 +7,8 @@
 //   - a pushed command: {"DUMMY": [rules], "CIRCLE": [...], ...};
 //   - a bare array of rules.
 // All three come out as the whole-set form, which is what replay sends.
-// The text is read with the same JSON reader as the service (comments are
-// allowed), so a file that loads here is one the service can parse.
+// The file and its JSON are read by the rule sets' readers (readFile and
+// readJson of formats/PlatformRules.h), as zel-platform and zelctl read them.
 #ifndef ZELAUTHOR_RULEFILE_H
 #define ZELAUTHOR_RULEFILE_H
 
