@@ -2,8 +2,8 @@
 // 35984 to the state query 3216; layout in the service's AlertReport.h): its
 // one reader, and a timeline that turns its records into lines for a person.
 // Shared by zelctl, the soak load and the tests.
-#ifndef ZELCTL_ALERTLIST_H
-#define ZELCTL_ALERTLIST_H
+#ifndef ZELFORMATS_ALERTLIST_H
+#define ZELFORMATS_ALERTLIST_H
 
 #include <stddef.h>
 #include <stdint.h>
@@ -46,4 +46,4 @@ private:
 
 }  // namespace zelctl
 
-#endif  // ZELCTL_ALERTLIST_H
+#endif  // ZELFORMATS_ALERTLIST_H

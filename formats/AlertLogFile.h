@@ -30,8 +30,8 @@
 //
 // A file is whole when its head checks and its length is 84 + 60 n. A frame
 // is readable when it carries the magic "z2db" and its three constant heads.
-#ifndef ZEL_STORAGE_ALERTLOGFILE_H
-#define ZEL_STORAGE_ALERTLOGFILE_H
+#ifndef ZELFORMATS_ALERTLOGFILE_H
+#define ZELFORMATS_ALERTLOGFILE_H
 
 #include <stddef.h>
 #include <stdint.h>

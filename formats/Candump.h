@@ -8,8 +8,8 @@
 // Classic frames only, up to 8 data bytes. An identifier of 8 hex digits is
 // extended (29 bits), of 3 digits standard. Remote frames, CAN FD frames and
 // anything else are refused.
-#ifndef ZELJ1939_CANDUMP_H
-#define ZELJ1939_CANDUMP_H
+#ifndef ZELFORMATS_CANDUMP_H
+#define ZELFORMATS_CANDUMP_H
 
 #include <stdint.h>
 
@@ -46,4 +46,4 @@ std::vector<uint8_t> canFramePayload(const CanFrame& frame);
 
 }  // namespace zelj1939
 
-#endif  // ZELJ1939_CANDUMP_H
+#endif  // ZELFORMATS_CANDUMP_H

@@ -1,8 +1,8 @@
 // Small helpers shared by the bus peers and tools: output lines with a time
 // stamp and a monotonic clock. Messages are read through the service's
 // MessageHead.h and ByteOrder.h.
-#ifndef ALERTZEL_PEERUTIL_H
-#define ALERTZEL_PEERUTIL_H
+#ifndef ZELFORMATS_PEERUTIL_H
+#define ZELFORMATS_PEERUTIL_H
 
 #include <stdint.h>
 

@@ -13,8 +13,8 @@
 // "DUMMYIDS" (CMD 3). "SOURCE" and "CMD" are set by the platform.
 //
 // Not thread-safe; all of it runs on the caller's thread.
-#ifndef ALERTZEL_PLATFORMRULES_H
-#define ALERTZEL_PLATFORMRULES_H
+#ifndef ZELFORMATS_PLATFORMRULES_H
+#define ZELFORMATS_PLATFORMRULES_H
 
 #include <stdint.h>
 
@@ -97,4 +97,4 @@ private:
 
 }  // namespace platformpeer
 
-#endif  // ALERTZEL_PLATFORMRULES_H
+#endif  // ZELFORMATS_PLATFORMRULES_H

@@ -37,8 +37,8 @@
 // Relative file names resolve against the scenario file's folder.
 //
 // Not thread-safe; a ScenarioBuilder belongs to one caller.
-#ifndef ZELSCENARIO_SCENARIO_H
-#define ZELSCENARIO_SCENARIO_H
+#ifndef ZELFORMATS_SCENARIO_H
+#define ZELFORMATS_SCENARIO_H
 
 #include <stdint.h>
 
@@ -114,4 +114,4 @@ std::vector<std::string> splitWords(const std::string& line);
 
 }  // namespace zelscenario
 
-#endif  // ZELSCENARIO_SCENARIO_H
+#endif  // ZELFORMATS_SCENARIO_H

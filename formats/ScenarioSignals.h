@@ -1,7 +1,7 @@
-// Inside the scenario library: the signals that carry no running state, each
+// Inside the scenario reader: the signals that carry no running state, each
 // turned into one message, and the number readers all signals share.
-#ifndef ZELSCENARIO_SCENARIOSIGNALS_H
-#define ZELSCENARIO_SCENARIOSIGNALS_H
+#ifndef ZELFORMATS_SCENARIOSIGNALS_H
+#define ZELFORMATS_SCENARIOSIGNALS_H
 
 #include <stdint.h>
 
@@ -28,4 +28,4 @@ bool encodeStateless(const std::vector<std::string>& words, unsigned& id,
 }  // namespace detail
 }  // namespace zelscenario
 
-#endif  // ZELSCENARIO_SCENARIOSIGNALS_H
+#endif  // ZELFORMATS_SCENARIOSIGNALS_H

@@ -12,8 +12,8 @@
 // scenarios and zel-author replay read tables with the service's ranges
 // checked; zel-author lint reads them with the syntax checked only, so that it
 // can report each row the service would skip.
-#ifndef ZELJ1939_SIGNALTABLE_H
-#define ZELJ1939_SIGNALTABLE_H
+#ifndef ZELFORMATS_SIGNALTABLE_H
+#define ZELFORMATS_SIGNALTABLE_H
 
 #include <stdint.h>
 
@@ -69,4 +69,4 @@ bool splitCsvLine(const std::string& line, std::vector<std::string>& fields);
 
 }  // namespace zelj1939
 
-#endif  // ZELJ1939_SIGNALTABLE_H
+#endif  // ZELFORMATS_SIGNALTABLE_H
