@@ -4,8 +4,10 @@
 #include <stdlib.h>
 
 #include <cmath>
+#include <iterator>
 #include <sstream>
 
+#include "Dbc.h"
 #include "SignalRecords.h"
 
 namespace zelj1939 {
@@ -163,9 +165,29 @@ bool parseWhole(const std::string& text, unsigned long long& out) {
     return errno == 0 && end != start && *end == '\0';
 }
 
-bool parseSignalTable(std::istream& in, std::vector<SignalRow>& rows, std::string& error,
+// A DBC read as a table: the signals it can hold, in order; with the service's
+// ranges, no more than the table's rows.
+static bool parseDbcTable(const std::string& data, std::vector<SignalRow>& rows, std::string& error,
+                   RowCheck check) {
+    std::vector<DbcSignal> signals;
+    if (!parseDbc(data, signals, error)) return false;
+    std::vector<std::string> comments;
+    std::vector<LeftOut> left;
+    dbcRows(signals, std::vector<std::string>(), check == kServiceRanges, rows, comments, left);
+    if (rows.empty()) {
+        error = "no signal of the DBC fits the table";
+        if (!left.empty()) error += " (" + left.front().name + ": " + left.front().reason + ")";
+        return false;
+    }
+    return true;
+}
+
+bool parseSignalTable(std::istream& whole, std::vector<SignalRow>& rows, std::string& error,
                       RowCheck check) {
     rows.clear();
+    std::string data((std::istreambuf_iterator<char>(whole)), std::istreambuf_iterator<char>());
+    if (looksLikeDbc(data)) return parseDbcTable(data, rows, error, check);
+    std::istringstream in(data);
     std::string text;
     std::vector<std::string> fields;
     int line = 0;

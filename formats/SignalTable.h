@@ -11,7 +11,9 @@
 // parseSignalTable is the one reader of the CSV: zel-j1939-table, zelctl,
 // scenarios and zel-author replay read tables with the service's ranges
 // checked; zel-author lint reads them with the syntax checked only, so that it
-// can report each row the service would skip.
+// can report each row the service would skip. A DBC file is read too, as the
+// table zel-j1939-table --dbc makes of it (formats/Dbc.h), so that every
+// program that takes a table takes a DBC.
 #ifndef ZELFORMATS_SIGNALTABLE_H
 #define ZELFORMATS_SIGNALTABLE_H
 

@@ -126,7 +126,43 @@ if [ -f "$trace" ] && [ -n "$zelctl" ] && "$zelctl" --help 2>&1 | grep -q replay
     'BEGIN { printf "{\"seconds\": %.3f, \"trace_s\": %.3f}", t / 1e9, d }')
 fi
 
-printf '{"syscalls": %s, "idle": %s, "latency": %s, "replay": %s}\n' "$syscalls" "$idle" \
-  "$latency" "$replay" >"$out/process-figures.json"
+# Backtest of full-rate CAN (8,000 frames/s): zel-canlog writes its made-up
+# drive (an hour; BACKTEST_SECONDS=60 for a quick look) and awk repeats each
+# frame to the full rate. Frames per second per core against the bare loop
+# that only parses the lines and decodes them with the table, and the
+# speed-up of two jobs over one on two copies of the drive.
+backtest='{"note": "not yet measured"}'
+author=$(bin zel-author); canlog=$(bin zel-canlog); loop=$(bin az-can-decode-loop)
+if [ -n "$author" ] && [ -n "$canlog" ] && [ -n "$loop" ]; then
+  seconds=${BACKTEST_SECONDS:-3600}
+  echo "== backtest of $seconds s of CAN at 8000 frames/s"
+  "$canlog" --seconds "$seconds" "$run/slow.log" >/dev/null
+  frames=$(wc -l <"$run/slow.log")
+  copies=$(( 8000 * seconds / frames + 1 ))
+  mkdir -p "$run/drives"
+  awk -v k="$copies" '{ t = substr($1, 2, length($1) - 2);
+    for (i = 0; i < k; ++i) printf "(%.6f) %s %s\n", t + i * 0.000001, $2, $3 }' \
+    "$run/slow.log" >"$run/drives/a.log"
+  cp "$run/drives/a.log" "$run/drives/b.log"
+  echo '[{"ID": 1, "ATLEAST": 1, "J19396": {"LT": 240.0}}]' >"$run/bt-rules.json"
+  table=examples/j1939/signals.csv
+  read -r n bare _ < <("$loop" "$table" "$run/drives/a.log")
+  t0=$(date +%s%N)
+  "$author" backtest "$run/bt-rules.json" "$run/drives/a.log" --j1939 "$table" --jobs 1 >/dev/null
+  one=$(( $(date +%s%N) - t0 ))
+  t0=$(date +%s%N)
+  "$author" backtest "$run/bt-rules.json" "$run/drives" --j1939 "$table" --jobs 1 >/dev/null
+  serial=$(( $(date +%s%N) - t0 ))
+  t0=$(date +%s%N)
+  "$author" backtest "$run/bt-rules.json" "$run/drives" --j1939 "$table" --jobs 2 >/dev/null
+  parallel=$(( $(date +%s%N) - t0 ))
+  backtest=$(awk -v n="$n" -v bare="$bare" -v one="$one" -v s="$serial" -v p="$parallel" \
+    'BEGIN { printf "{\"frames\": %d, \"frames_per_s\": %.0f, \"bare_frames_per_s\": %.0f, \"vs_bare\": %.2f, \"speedup_2_jobs\": %.2f}", n, n / (one / 1e9), n / bare, (n / (one / 1e9)) / (n / bare), s / p }')
+  echo "backtest: $backtest"
+  rm -rf "$run/drives" "$run/slow.log"
+fi
+
+printf '{"syscalls": %s, "idle": %s, "latency": %s, "replay": %s, "backtest": %s}\n' \
+  "$syscalls" "$idle" "$latency" "$replay" "$backtest" >"$out/process-figures.json"
 python3 scripts/bench_summary.py "$out"
 echo "figures: $out/bench-results.json"

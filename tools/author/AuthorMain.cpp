@@ -14,6 +14,8 @@
 
 #include "Lint.h"
 #include "Replay.h"
+#include "Backtest.h"
+#include "RuleTest.h"
 
 using namespace zelauthor;
 
@@ -22,6 +24,8 @@ namespace {
 void printUsage(FILE* out) {
     fprintf(out,
             "usage: zel-author lint RULES.json [--j1939 TABLE.csv] [--can LOG]\n"
+            "       zel-author test TESTS.json... [--junit REPORT.xml]\n"
+            "       zel-author backtest RULES.json DRIVE... [--j1939 TABLE] [--jobs N] ...\n"
             "       zel-author replay RULES.json [--j1939 TABLE.csv] [--scenario FILE]\n"
             "                         [--can LOG] [--svg OUT.svg] [--until SECONDS]\n"
             "                         [--clock [YYYY/MM/DD ]HH:MM:SS]\n"
@@ -151,6 +155,8 @@ int main(int argc, char** argv) {
         return 0;
     }
     std::string command = argc >= 2 ? argv[1] : "";
+    if (command == "test") return testMain(argc - 2, argv + 2);
+    if (command == "backtest") return backtestMain(argc - 2, argv + 2);
     if (command != "lint" && command != "replay") {
         if (!command.empty()) fprintf(stderr, "zel-author: unknown command '%s'\n\n", argv[1]);
         printUsage(stderr);

@@ -10,24 +10,31 @@
 
 #include "SignalTable.h"
 
+int dbcMain(int argc, char** argv);  // DbcMain.cpp: --dbc FILE.dbc -o TABLE.csv
+
 namespace {
 
 void printUsage(FILE* out, const char* program) {
     fprintf(out,
             "usage: %s CSV OUT.bin\n"
+            "       %s --dbc FILE.dbc -o TABLE.csv [--pick NAME,NAME...]\n"
             "\n"
             "Reads a J1939 signal table (header: name,pgn,startbyte,startbit,length,\n"
             "resolution,offset[,unit,...]) and writes the 6048-byte table payload.\n"
             "Data row n becomes table row n, which a rule names as event J1939n.\n"
+            "With --dbc, writes the table CSV of the signals of a DBC file instead;\n"
+            "those the table cannot hold are named on standard error and left out.\n"
             "\n"
             "example:\n"
             "  %s examples/j1939/signals.csv /tmp/j1939-table.bin\n",
-            program, program);
+            program, program, program);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i)
+        if (strcmp(argv[i], "--dbc") == 0) return dbcMain(argc, argv);
     bool help = argc == 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0);
     if (argc != 3) {
         printUsage(help ? stdout : stderr, argv[0]);
