@@ -69,7 +69,7 @@ player=$(prog zel-player)
 if [ -x "$(dirname "$zelctl")/zel-author" ]; then
   lint=("$(dirname "$zelctl")/zel-author" lint "$RULES" --j1939 examples/j1939/signals.csv)
   "${lint[0]}" lint --help 2>/dev/null | grep -q -- --fail-on && lint+=(--fail-on error)
-  printf '== %s\n' "zelctl lint $RULES"
+  printf '== %s\n' "lint $RULES"
   lint_status=0
   "${lint[@]}" || lint_status=$?
   case $lint_status in
@@ -99,10 +99,14 @@ trace=$(cd "$(dirname "$trace")" && pwd)/$(basename "$trace")
   echo "0.5  cantrace $trace x1.5"
 } >"$run/trace.scn"
 
+# The broker goes last, so that no client is left talking to nothing; it runs
+# in a session of its own, where a Ctrl-C meant for the run does not reach it.
 pids=()
+busd=
 cleanup() {
   for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  wait 2>/dev/null || true
+  for pid in "${pids[@]}"; do wait "$pid" 2>/dev/null || true; done
+  [ -z "$busd" ] || { kill "$busd" 2>/dev/null || true; wait "$busd" 2>/dev/null || true; }
 }
 trap cleanup EXIT
 stop_asked=0
@@ -124,7 +128,7 @@ say "device on bus $Q7X_BUS_PATH: rules $RULES"
 outs=("$run"/{platform,watchdog,watch,player,trace,storage}.out)
 touch "${outs[@]}"
 tail -q -n +1 -F "${outs[@]}" 2>/dev/null & pids+=($!)
-"$(prog q7x-busd)" 2>"$run/busd.err" & pids+=($!)
+setsid "$(prog q7x-busd)" >"$run/busd.out" 2>&1 & busd=$!
 for _ in $(seq 50); do [ -S "$Q7X_BUS_PATH" ] && break; sleep 0.1; done
 "$(prog zel-platform)" serve "$RULES" >"$run/platform.out" 2>&1 & pids+=($!)
 "$(prog zel-watchdog)" >"$run/watchdog.out" 2>&1 & pids+=($!)
@@ -161,19 +165,19 @@ sleep 1
 if [ "$keep" = 1 ] && [ "$stop_asked" = 0 ]; then
   say "the device keeps running; Ctrl-C stops it. From another terminal:"
   echo "  export Q7X_BUS_PATH=$Q7X_BUS_PATH"
-  echo "  $zelctl state"
-  echo "  $zelctl send speed 70 mph"
-  echo "  $zelctl watch"
+  echo "  $(realpath "$zelctl") state"
+  echo "  $(realpath "$zelctl") send speed 70 mph"
+  echo "  $(realpath "$zelctl") watch"
   while [ "$stop_asked" = 0 ]; do sleep 1 & wait $! || true; done
 fi
 
 say "stopping the device"
-kill -TERM "$host"
+kill -TERM "$host" 2>/dev/null || true  # a Ctrl-C may have stopped it already
 status=0
 wait "$host" || status=$?
 sleep 0.5
 cleanup
-pids=()
+pids=() busd=
 trap - EXIT
 
 say "the alert log: zelctl log $run/logs"
