@@ -214,7 +214,8 @@ int main(int argc, char** argv) {
     };
     const bool known = isCommand(command);
     // One text tells every command: `help COMMAND` and `COMMAND --help` show it.
-    if (command == "help" && (argc == 2 || argc == 3)) {
+    if (command == "help") {
+        if (argc > 3) return cli::usageError(kProgram, "help: one command at a time");
         if (argc == 3 && !isCommand(argv[2]))
             return cli::usageError(kProgram, std::string("no command '") + argv[2] + "'");
         fputs(kUsage, stdout);
