@@ -11,3 +11,8 @@ function(az_test name)
   target_link_libraries(${name} PRIVATE GTest::gtest GTest::gtest_main)
   add_test(NAME ${name} COMMAND ${name})
 endfunction()
+
+# az_version(target): the project's version as AZ_VERSION, for --version.
+function(az_version target)
+  target_compile_definitions(${target} PRIVATE AZ_VERSION="${PROJECT_VERSION}")
+endfunction()

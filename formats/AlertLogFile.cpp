@@ -93,14 +93,15 @@ LogScan scanLog(const uint8_t* data, size_t size) {
         return scan;
     }
     scan.headOk = true;
+    // Every damaged frame is named, so a reader can tell which records are
+    // missing from what it shows; a long run of them is cut short.
+    const size_t kNamedAtMost = 8;
+    std::vector<size_t> damaged;
     size_t pos = kHeadSize;
     for (; pos + kFrameSize <= size; pos += kFrameSize) {
         const uint8_t* f = data + pos;
         if (!zel::isLogFrame(f)) {
-            if (scan.problem.empty()) {
-                snprintf(text, sizeof text, "the frame at offset %zu is damaged", pos);
-                scan.problem = text;
-            }
+            damaged.push_back(pos);
             scan.unreadable += kFrameSize;
             continue;
         }
@@ -111,15 +112,28 @@ LogScan scanLog(const uint8_t* data, size_t size) {
         memcpy(info.end, f + zel::kFrameAlarmEnd, sizeof info.end);
         scan.frames.push_back(info);
     }
+    if (!damaged.empty()) {
+        scan.problem = damaged.size() == 1 ? "the frame at offset " : "the frames at offsets ";
+        for (size_t i = 0; i < damaged.size() && i < kNamedAtMost; ++i)
+            scan.problem += (i ? ", " : "") + std::to_string(damaged[i]);
+        if (damaged.size() > kNamedAtMost)
+            scan.problem += " and " + std::to_string(damaged.size() - kNamedAtMost) + " more";
+        scan.problem += damaged.size() == 1 ? " is damaged" : " are damaged";
+    }
     if (pos < size) {
-        if (scan.problem.empty()) {
-            snprintf(text, sizeof text, "it ends in a torn frame of %zu bytes at offset %zu",
-                     size - pos, pos);
-            scan.problem = text;
-        }
+        snprintf(text, sizeof text, "it ends in a torn frame of %zu bytes at offset %zu",
+                 size - pos, pos);
+        scan.problem += (scan.problem.empty() ? "" : "; ") + std::string(text);
         scan.unreadable += size - pos;
     }
     return scan;
+}
+
+std::string damageText(const std::string& path, const LogScan& scan, size_t size) {
+    const size_t n = scan.frames.size();
+    return path + " is damaged: " + std::to_string(scan.unreadable) + " of " +
+           std::to_string(size) + " bytes could not be read (" + scan.problem + "); " +
+           std::to_string(n) + (n == 1 ? " whole frame" : " whole frames") + " shown";
 }
 
 bool readLogFile(const std::string& path, std::vector<uint8_t>& bytes, std::string& why) {

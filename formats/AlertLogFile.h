@@ -94,11 +94,15 @@ struct LogScan {
     LogHead head;
     std::vector<FrameInfo> frames;  // readable frames, in file order
     uint64_t unreadable = 0;        // bytes that are in no readable head or frame
-    std::string problem;            // the first problem met, or empty
+    std::string problem;            // what could not be read, or empty
     bool whole() const { return headOk && unreadable == 0; }
 };
 
 LogScan scanLog(const uint8_t* data, size_t size);
+// What a reader tells of a file that is not whole, e.g. "PATH is damaged: 17
+// of 221 bytes could not be read (it ends in a torn frame of 17 bytes at
+// offset 204); 2 whole frames shown".
+std::string damageText(const std::string& path, const LogScan& scan, size_t size);
 // False with a reason when the file can't be read at all.
 bool readLogFile(const std::string& path, std::vector<uint8_t>& bytes, std::string& why);
 

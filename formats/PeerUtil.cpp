@@ -2,8 +2,13 @@
 
 #include <stdarg.h>
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/un.h>
 #include <time.h>
+#include <unistd.h>
 
 namespace peer {
 
@@ -26,6 +31,29 @@ double monotonicSeconds() {
     struct timespec ts;
     clock_gettime(CLOCK_MONOTONIC, &ts);
     return ts.tv_sec + ts.tv_nsec / 1e9;
+}
+
+std::string busPath(const char* given) {
+    const char* env = getenv("Q7X_BUS_PATH");
+    return env != NULL && *env != '\0' ? env : given;
+}
+
+bool brokerListening(const std::string& path) {
+    struct sockaddr_un addr;
+    memset(&addr, 0, sizeof addr);
+    addr.sun_family = AF_UNIX;
+    if (path.empty() || path.size() >= sizeof addr.sun_path) return false;
+    memcpy(addr.sun_path, path.data(), path.size());
+    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (fd < 0) return false;
+    const bool ok = connect(fd, reinterpret_cast<const struct sockaddr*>(&addr), sizeof addr) == 0;
+    close(fd);
+    return ok;
+}
+
+void noteMissingBroker(const char* who) {
+    const std::string path = busPath();
+    if (!brokerListening(path)) say(who, "no broker at %s yet; waiting for one", path.c_str());
 }
 
 }  // namespace peer

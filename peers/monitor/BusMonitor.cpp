@@ -10,11 +10,21 @@
 #include <string>
 #include <vector>
 
+#include "CommandLine.h"
 #include "Common.h"
 #include "MessageHead.h"
 #include "PeerUtil.h"
 
 namespace {
+
+const char kProgram[] = "zel-busmon";
+const char kUsage[] =
+    "usage: zel-busmon ID...\n"
+    "  Prints every message of the given ids (0 to 65535, decimal or 0x hex) as it\n"
+    "  passes on the bus: id, send flag, payload length and the first bytes in hex.\n"
+    "  Q7X_BUS_PATH selects the bus. Stops on SIGINT or SIGTERM.\n"
+    "  --version   the version of zel-busmon\n"
+    "example: zel-busmon 1289 1071 1032 475\n";
 
 volatile sig_atomic_t g_running = 1;
 void onSignal(int) { g_running = 0; }
@@ -39,23 +49,24 @@ struct Printer {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        fprintf(stderr, "usage: zel-busmon ID...\n  e.g. zel-busmon 1289 1071 1032 475\n");
-        return 1;
-    }
+    int status = 0;
+    if (cli::answersAsk(argc, argv, kProgram, kUsage, status)) return status;
+    if (argc < 2) return cli::usageError(kProgram, "no message id");
     std::vector<unsigned int> ids;
     for (int i = 1; i < argc; ++i) {
         char* end = NULL;
         unsigned long id = strtoul(argv[i], &end, 0);
-        if (end == argv[i] || *end != '\0' || id > 0xffff) {
-            fprintf(stderr, "zel-busmon: '%s' is not a message id (0 to 65535)\n", argv[i]);
-            return 1;
-        }
+        if (argv[i][0] == '-')
+            return cli::usageError(kProgram, std::string("unknown option ") + argv[i]);
+        if (end == argv[i] || *end != '\0' || id > 0xffff)
+            return cli::usageError(kProgram,
+                                   std::string("'") + argv[i] + "' is not a message id (0 to 65535)");
         ids.push_back(static_cast<unsigned int>(id));
     }
     signal(SIGINT, onSignal);
     signal(SIGTERM, onSignal);
     void* client = Common::Q7X_MSGCreateMessageClient(2, "/tmp/unix.domain", 0);
+    peer::noteMissingBroker("busmon");
     Printer printer;
     for (unsigned int id : ids)
         Common::Q7X_MSGEventRegister(client, id, Common::Q7X_Bind(&printer, &Printer::OnMessage));

@@ -12,6 +12,7 @@
 
 #include <string>
 
+#include "CommandLine.h"
 #include "Common.h"
 #include "MessageHead.h"
 #include "PeerUtil.h"
@@ -29,8 +30,8 @@ const int kHeadSize = 16;
 volatile sig_atomic_t g_running = 1;
 void onSignal(int) { g_running = 0; }
 
-void printUsage(FILE* out) {
-    fprintf(out,
+const char kProgram[] = "zel-platform";
+const char kUsage[] =
             "usage: zel-platform serve RULES.json     serve a rule set and the area state\n"
             "       zel-platform check RULES.json     check a rule set file\n"
             "       zel-platform push CMD [FILE]      push command 1 add, 3 delete, 4 delete\n"
@@ -38,19 +39,17 @@ void printUsage(FILE* out) {
             "                                         \"DUMMY\" and area arrays, or \"DUMMYIDS\"\n"
             "       zel-platform fence-event ID 0|1   send a fence event (6795): 1 inside\n"
             "       zel-platform fence-state ID 0|1   send a fence state record (6689)\n"
+            "       zel-platform help COMMAND         this text; --version the version\n"
             "  A rule set is {\"DUMMY100\":[rules], \"CIRCLE100\":[{\"ID\":n}],\n"
             "  \"LINE100\":[...], \"POLY100\":[...], \"RECT100\":[...]}; an area element with\n"
             "  \"INSIDE\":true starts inside. Q7X_BUS_PATH selects the bus. serve stops on\n"
             "  SIGINT or SIGTERM.\n"
             "examples: zel-platform serve examples/rules/speeding.json\n"
             "          zel-platform push 3 ids.json     (ids.json: {\"DUMMYIDS\":[{\"ID\":7}]})\n"
-            "          zel-platform fence-event 7 1\n");
-}
+            "          zel-platform fence-event 7 1\n"
+            "Exit status: 0 done, 1 refused or not sent, 2 a wrong call.\n";
 
-int fail(const std::string& error) {
-    fprintf(stderr, "zel-platform: %s\n", error.c_str());
-    return 1;
-}
+int fail(const std::string& error) { return cli::fail(kProgram, error); }
 
 bool parseNumber(const char* text, unsigned long max, unsigned long& out) {
     if (text == NULL || *text < '0' || *text > '9') return false;
@@ -144,6 +143,7 @@ int serve(const char* path) {
                                  Common::Q7X_Bind(&platform, &Platform::OnFenceEvent));
     Common::Q7X_MSGEventRegister(client, kFenceState,
                                  Common::Q7X_Bind(&platform, &Platform::OnFenceState));
+    peer::noteMissingBroker("platform");
     peer::say("platform", "serving %s: %u rules", path, ruleSet["DUMMY100"].size());
     while (g_running) Common::Q7X_MSGWaitForEvent(client, kWaitMs);
     Common::Q7X_MSGEventUnRegister(client, kRuleMsg);
@@ -154,24 +154,26 @@ int serve(const char* path) {
 
 // One message on the bus, from a client of its own.
 int sendOnce(unsigned int id, const void* payload, size_t size, const std::string& what) {
+    const std::string bus = peer::busPath();
+    if (!peer::brokerListening(bus)) return fail("could not send " + what + ": no broker at " + bus);
     void* client = Common::Q7X_MSGCreateMessageClient(kAppId, "/tmp/unix.domain", 0);
     if (Common::Q7X_MSGSendMessage(client, 0, id, 0, payload, static_cast<int>(size), 0) != 0)
-        return fail("could not send " + what + ": no broker on the bus?");
+        return fail("could not send " + what + " to the broker at " + bus);
     printf("sent %s (message %u, %zu bytes)\n", what.c_str(), id, size);
     return 0;
 }
 
 int push(int argc, char** argv) {
     unsigned long cmd = 0;
-    if (argc < 3 || argc > 4 || !parseNumber(argv[2], 0xffffffffUL, cmd)) {
-        printUsage(stderr);
-        return 1;
-    }
+    if (argc < 3) return cli::usageError(kProgram, "push needs CMD");
+    if (argc > 4) return cli::usageError(kProgram, "push takes CMD and one FILE");
+    if (!parseNumber(argv[2], 0xffffffffUL, cmd))
+        return cli::usageError(kProgram, std::string("push: '") + argv[2] + "' is not a CMD number");
     std::string name = argc == 4 ? argv[3] : "";
     std::string text, error;
     if (argc == 4 && !platformpeer::readFile(name, text, error)) return fail(error);
     if (argc == 3 && cmd != platformpeer::kCmdDeleteAll)
-        return fail("CMD " + std::to_string(cmd) + " needs a FILE with its JSON");
+        return cli::usageError(kProgram, "CMD " + std::to_string(cmd) + " needs a FILE with its JSON");
     Json::Value msg;
     if (!platformpeer::makeCommand(static_cast<unsigned int>(cmd), name, text, msg, error))
         return fail(error);
@@ -181,10 +183,12 @@ int push(int argc, char** argv) {
 
 int fence(int argc, char** argv, bool event) {
     unsigned long id = 0, inside = 0;
-    if (argc != 4 || !parseNumber(argv[2], 0xffffffffUL, id) || !parseNumber(argv[3], 1, inside)) {
-        printUsage(stderr);
-        return 1;
-    }
+    if (argc != 4)
+        return cli::usageError(kProgram, std::string(argv[1]) + " needs ID and 0 or 1");
+    if (!parseNumber(argv[2], 0xffffffffUL, id))
+        return cli::usageError(kProgram, std::string(argv[1]) + ": '" + argv[2] + "' is not an area id");
+    if (!parseNumber(argv[3], 1, inside))
+        return cli::usageError(kProgram, std::string(argv[1]) + ": '" + argv[3] + "' is not 0 or 1");
     std::string what = std::string(event ? "fence event" : "fence state") + " of area " +
                        std::to_string(id) + (inside ? ": inside" : ": outside");
     if (event) {
@@ -200,9 +204,33 @@ int fence(int argc, char** argv, bool event) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string command = argc > 1 ? argv[1] : "";
-    if (command == "serve" && argc == 3) return serve(argv[2]);
-    if (command == "check" && argc == 3) {
+    int status = 0;
+    if (cli::answersAsk(argc, argv, kProgram, kUsage, status)) return status;
+    const std::string command = argc > 1 ? argv[1] : "";
+    const auto isCommand = [](const std::string& name) {
+        for (const char* c : {"serve", "check", "push", "fence-event", "fence-state"})
+            if (name == c) return true;
+        return false;
+    };
+    const bool known = isCommand(command);
+    // One text tells every command: `help COMMAND` and `COMMAND --help` show it.
+    if (command == "help") {
+        if (argc > 3) return cli::usageError(kProgram, "help: one command at a time");
+        if (argc == 3 && !isCommand(argv[2]))
+            return cli::usageError(kProgram, std::string("no command '") + argv[2] + "'");
+        fputs(kUsage, stdout);
+        return 0;
+    }
+    if (known && argc == 3 && cli::isHelp(argv[2])) {
+        fputs(kUsage, stdout);
+        return 0;
+    }
+    if (argc < 2) return cli::usageError(kProgram, "no command");
+    if (!known) return cli::usageError(kProgram, "unknown command '" + command + "'");
+    if ((command == "serve" || command == "check") && argc != 3)
+        return cli::usageError(kProgram, command + " needs one RULES.json");
+    if (command == "serve") return serve(argv[2]);
+    if (command == "check") {
         Json::Value ruleSet;
         std::string error;
         if (!platformpeer::loadRuleSet(argv[2], ruleSet, error)) return fail(error);
@@ -210,8 +238,5 @@ int main(int argc, char** argv) {
         return 0;
     }
     if (command == "push") return push(argc, argv);
-    if (command == "fence-event") return fence(argc, argv, true);
-    if (command == "fence-state") return fence(argc, argv, false);
-    printUsage(command == "-h" || command == "--help" ? stdout : stderr);
-    return command == "-h" || command == "--help" ? 0 : 1;
+    return fence(argc, argv, command == "fence-event");
 }

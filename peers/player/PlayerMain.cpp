@@ -5,11 +5,14 @@
 // state (34057), 475 with the J1939 table (33243) when the scenario has one.
 //
 // Usage: zel-player SCENARIO [--speed X] [--loop] [--wait-for ID] [--no-replies]
+// Exit status: 0 every step sent; 1 a scenario it can't play (unreadable,
+// empty, a folder) or a step not sent (no broker); 2 a wrong call.
 #include <errno.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <map>
@@ -17,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "CommandLine.h"
 #include "Common.h"
 #include "MessageHead.h"
 #include "MessageIds.h"
@@ -26,14 +30,16 @@
 
 namespace {
 
+const char kProgram[] = "zel-player";
 const int kAppId = 1089;
 const int kMaxWaitMs = 50;
 
 volatile sig_atomic_t g_running = 1;
 void onSignal(int) { g_running = 0; }
 
-void printUsage(FILE* out) {
-    fprintf(out,
+std::string usageText() {
+    char text[4096];
+    snprintf(text, sizeof text,
             "usage: zel-player SCENARIO [--speed X] [--loop] [--wait-for ID] [--no-replies]\n"
             "  Sends the steps of a scenario on the bus at their times and answers the\n"
             "  service's start requests (1032, 1289, 475) from what it has sent.\n"
@@ -42,15 +48,19 @@ void printUsage(FILE* out) {
             "  --wait-for ID start the clock when message ID is first seen on the bus\n"
             "                (6796: the service asked for its rules)\n"
             "  --no-replies  leave the start requests to another player\n"
+            "  --version     the version of zel-player\n"
             "  A scenario has one step per line, AT SIGNAL ARGS..., AT in seconds:\n"
             "%s"
             "  Q7X_BUS_PATH selects the bus. Stops on SIGINT or SIGTERM.\n"
+            "  Exit status: 0 every step sent; 1 a scenario it can't play (unreadable,\n"
+            "  empty, a folder) or a step not sent (no broker); 2 a wrong call.\n"
             "examples:\n"
             "  zel-player examples/scenarios/road.scn\n"
             "  zel-player drive.scn --speed 10 --loop\n"
             "  zel-player road.scn --wait-for 6796\n"
             "  zel-player trace.scn --wait-for 6796 --no-replies   (beside the first)\n",
             zelscenario::signalSyntax());
+    return text;
 }
 
 struct Options {
@@ -185,22 +195,19 @@ void waitUntil(void* client, double until) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 2 && (!strcmp(argv[1], "-h") || !strcmp(argv[1], "--help"))) {
-        printUsage(stdout);
-        return 0;
-    }
+    int status = 0;
+    if (cli::answersAsk(argc, argv, kProgram, usageText().c_str(), status)) return status;
     Options o;
     std::string error;
-    if (!parseArgs(argc, argv, o, error)) {
-        fprintf(stderr, "zel-player: %s\n", error.c_str());
-        printUsage(stderr);
-        return 1;
-    }
+    if (!parseArgs(argc, argv, o, error)) return cli::usageError(kProgram, error);
+    struct stat st;
+    if (stat(o.path.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+        return cli::fail(kProgram, o.path + " is a folder, not a scenario");
     std::vector<zelscenario::Step> steps;
-    if (!zelscenario::loadScenario(o.path, steps, error)) {
-        fprintf(stderr, "zel-player: %s\n", error.c_str());
-        return 1;
-    }
+    if (!zelscenario::loadScenario(o.path, steps, error)) return cli::fail(kProgram, error);
+    if (steps.empty()) return cli::fail(kProgram, o.path + " has no steps: nothing to play");
+    const std::string bus = peer::busPath();
+    if (!peer::brokerListening(bus)) return cli::fail(kProgram, "no broker at " + bus);
     const std::vector<std::string> lines = readLines(o.path);
     signal(SIGINT, onSignal);
     signal(SIGTERM, onSignal);
@@ -245,8 +252,12 @@ int main(int argc, char** argv) {
         if (g_running) waitUntil(client, peer::monotonicSeconds() + 0.1);
     } while (o.loop && g_running);
 
-    peer::say("player", "sent %lu messages (%lu CAN frames)%s", sent, frames,
-              unsent ? ", some not sent: no broker?" : "");
-    if (unsent) fprintf(stderr, "zel-player: %lu messages could not be sent\n", unsent);
+    peer::say("player", "sent %lu messages (%lu CAN frames)", sent, frames);
+    if (unsent)
+        return cli::fail(kProgram, std::to_string(unsent) + " of " +
+                                       std::to_string(sent + unsent) +
+                                       " messages could not be sent: the broker at " + bus +
+                                       " went away");
+    if (sent == 0) return cli::fail(kProgram, "stopped before the first step: nothing sent");
     return 0;
 }

@@ -1,51 +1,44 @@
 // zel-logdump: prints an alert log file that zel-storage wrote, one line per
 // frame: its offset, alert id, start, end and duration. A frame that was
-// never patched has no end yet ("-"). A damaged file is refused as a whole,
-// with the number of bytes that could not be read.
+// never patched has no end yet ("-"). Of a damaged file (a power cut tears
+// its last frame) every whole frame is printed, then a warning that names
+// what could not be read.
 //
 // Usage: zel-logdump FILE
 // Exit status: 0 printed, 1 damaged or unreadable, 2 usage.
 #include <stdio.h>
-#include <string.h>
 
 #include <string>
 #include <vector>
 
 #include "AlertLogFile.h"
+#include "CommandLine.h"
 
 namespace {
 
-void printUsage(FILE* out) {
-    fprintf(out,
-            "usage: zel-logdump FILE\n"
-            "  Prints one line per frame of an alert log: offset, alert id, start, end,\n"
-            "  duration. Refuses a damaged file and says how many bytes it could not read.\n"
-            "example: zel-logdump /tmp/zel-logs/zel-19-20260305.log\n");
-}
+const char kProgram[] = "zel-logdump";
+
+const char kUsage[] =
+    "usage: zel-logdump FILE\n"
+    "  Prints one line per frame of an alert log: offset, alert id, start, end,\n"
+    "  duration. Of a damaged file it prints every whole frame, then a warning\n"
+    "  with the bytes it could not read and where they are.\n"
+    "  Exit status: 0 printed, 1 damaged or unreadable, 2 a wrong call.\n"
+    "example: zel-logdump /tmp/zel-logs/zel-19-20260305.log\n";
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2 || argv[1][0] == '-') {
-        bool asked = argc == 2 && (!strcmp(argv[1], "-h") || !strcmp(argv[1], "--help"));
-        printUsage(asked ? stdout : stderr);
-        return asked ? 0 : 2;
-    }
+    int status = 0;
+    if (cli::answersAsk(argc, argv, kProgram, kUsage, status)) return status;
+    if (argc != 2) return cli::usageError(kProgram, argc < 2 ? "no FILE" : "one FILE only");
+    if (argv[1][0] == '-') return cli::usageError(kProgram, std::string("unknown option ") + argv[1]);
     const char* path = argv[1];
     std::vector<uint8_t> bytes;
     std::string why;
-    if (!zelstore::readLogFile(path, bytes, why)) {
-        fprintf(stderr, "zel-logdump: cannot read %s: %s\n", path, why.c_str());
-        return 1;
-    }
+    if (!zelstore::readLogFile(path, bytes, why))
+        return cli::fail(kProgram, std::string("cannot read ") + path + ": " + why);
     zelstore::LogScan scan = zelstore::scanLog(bytes.data(), bytes.size());
-    if (!scan.whole()) {
-        fprintf(stderr,
-                "zel-logdump: %s is damaged: %llu of %zu bytes could not be read (%s)\n", path,
-                static_cast<unsigned long long>(scan.unreadable), bytes.size(),
-                scan.problem.c_str());
-        return 1;
-    }
     for (const zelstore::FrameInfo& f : scan.frames) {
         std::string duration = "-";
         long long seconds = 0;
@@ -56,5 +49,7 @@ int main(int argc, char** argv) {
                zelstore::stampText(f.start).c_str(), zelstore::stampText(f.end).c_str(),
                duration.c_str());
     }
-    return 0;
+    if (scan.whole()) return 0;
+    fflush(stdout);
+    return cli::fail(kProgram, "warning: " + zelstore::damageText(path, scan, bytes.size()));
 }

@@ -20,6 +20,7 @@
 
 #include "AlertLogStore.h"
 #include "ByteOrder.h"
+#include "CommandLine.h"
 #include "Common.h"
 #include "MessageIds.h"
 #include "PeerUtil.h"
@@ -40,15 +41,15 @@ Common::_datetime_ deviceNow() {
     return now;
 }
 
-void printUsage(FILE* out) {
-    fprintf(out,
-            "usage: zel-storage DIR\n"
-            "  Keeps the alert logs in DIR (made if missing), one file per log type and\n"
-            "  day of this program's clock, and serves the log requests on the bus.\n"
-            "  Q7X_BUS_PATH selects the bus, Q7X_TIME_OFFSET_S shifts the clock.\n"
-            "  Stops on SIGINT or SIGTERM. Decode a log with zel-logdump FILE.\n"
-            "example: zel-storage /tmp/zel-logs\n");
-}
+const char kProgram[] = "zel-storage";
+const char kUsage[] =
+    "usage: zel-storage DIR\n"
+    "  Keeps the alert logs in DIR (made if missing), one file per log type and\n"
+    "  day of this program's clock, and serves the log requests on the bus.\n"
+    "  Q7X_BUS_PATH selects the bus, Q7X_TIME_OFFSET_S shifts the clock.\n"
+    "  Stops on SIGINT or SIGTERM. Decode a log with zel-logdump FILE.\n"
+    "  --version   the version of zel-storage\n"
+    "example: zel-storage /tmp/zel-logs\n";
 
 class StoragePeer {
 public:
@@ -97,26 +98,22 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2 || argv[1][0] == '-') {
-        bool asked = argc == 2 && (!strcmp(argv[1], "-h") || !strcmp(argv[1], "--help"));
-        printUsage(asked ? stdout : stderr);
-        return asked ? 0 : 2;
-    }
+    int status = 0;
+    if (cli::answersAsk(argc, argv, kProgram, kUsage, status)) return status;
+    if (argc != 2) return cli::usageError(kProgram, argc < 2 ? "no DIR" : "one DIR only");
+    if (argv[1][0] == '-') return cli::usageError(kProgram, std::string("unknown option ") + argv[1]);
     const std::string dir = argv[1];
-    if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) {
-        fprintf(stderr, "zel-storage: cannot make %s: %s\n", dir.c_str(), strerror(errno));
-        return 1;
-    }
+    if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST)
+        return cli::fail(kProgram, "cannot make " + dir + ": " + strerror(errno));
     struct stat st;
-    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-        fprintf(stderr, "zel-storage: %s is not a directory\n", dir.c_str());
-        return 1;
-    }
+    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+        return cli::fail(kProgram, dir + " is not a directory");
     signal(SIGINT, onSignal);
     signal(SIGTERM, onSignal);
     signal(SIGPIPE, SIG_IGN);
 
     void* client = Common::Q7X_MSGCreateMessageClient(kAppId, "/tmp/unix.domain", 0);
+    peer::noteMissingBroker("storage");
     StoragePeer storage(client, dir);
     Common::Q7X_MSGEventRegister(client, zel::kMsgLogWrite,
                                  Common::Q7X_Bind(&storage, &StoragePeer::OnWrite));

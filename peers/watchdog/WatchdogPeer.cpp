@@ -12,6 +12,7 @@
 #include <string>
 
 #include "ByteOrder.h"
+#include "CommandLine.h"
 #include "Common.h"
 #include "PeerUtil.h"
 
@@ -83,19 +84,20 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 1) {
-        bool asked = argc == 2 && (!strcmp(argv[1], "-h") || !strcmp(argv[1], "--help"));
-        fprintf(asked ? stdout : stderr,
-                "usage: zel-watchdog\n"
-                "  Logs watchdog starts (6), feeds (3) and stops (7) on the bus and reports\n"
-                "  a missed feed. Q7X_BUS_PATH selects the bus. Stops on SIGINT/SIGTERM.\n"
-                "example:\n"
-                "  Q7X_BUS_PATH=/tmp/zel-device.abc/bus.sock zel-watchdog\n");
-        return asked ? 0 : 1;
-    }
+    static const char kUsage[] =
+        "usage: zel-watchdog\n"
+        "  Logs watchdog starts (6), feeds (3) and stops (7) on the bus and reports\n"
+        "  a missed feed. Q7X_BUS_PATH selects the bus. Stops on SIGINT/SIGTERM.\n"
+        "  --version   the version of zel-watchdog\n"
+        "example:\n"
+        "  Q7X_BUS_PATH=/tmp/zel-device.abc/bus.sock zel-watchdog\n";
+    int status = 0;
+    if (cli::answersAsk(argc, argv, "zel-watchdog", kUsage, status)) return status;
+    if (argc > 1) return cli::usageError("zel-watchdog", std::string("unexpected '") + argv[1] + "'");
     signal(SIGINT, onSignal);
     signal(SIGTERM, onSignal);
     void* client = Common::Q7X_MSGCreateMessageClient(1, "/tmp/unix.domain", 0);
+    peer::noteMissingBroker("watchdog");
     Watchdog dog(client);
     Common::Q7X_MSGEventRegister(client, 6, Common::Q7X_Bind(&dog, &Watchdog::OnStart));
     Common::Q7X_MSGEventRegister(client, 3, Common::Q7X_Bind(&dog, &Watchdog::OnFeed));

@@ -135,7 +135,7 @@ int CBusBroker::Open() {
         m_rxMsgs[i].msg_hdr.msg_iov = &m_rxIov[i];
         m_rxMsgs[i].msg_hdr.msg_iovlen = 1;
     }
-    Q7X_LOG(3, "bus broker listening on %s\n", m_path.c_str());
+    Q7X_LOG(4, "bus broker listening on %s\n", m_path.c_str());
     return 0;
 }
 
@@ -186,7 +186,7 @@ void CBusBroker::Run() {
         for (int round = 0; round < 64 && ReadFrom(id) == kRxBatch; ++round) {
         }
     FlushDirty();
-    Q7X_LOG(3, "bus broker at %s stopped\n", m_path.c_str());
+    Q7X_LOG(4, "bus broker at %s stopped\n", m_path.c_str());
 }
 
 void CBusBroker::AcceptAll() {

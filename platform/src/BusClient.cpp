@@ -93,7 +93,7 @@ void CBusClient::ReconnectLocked(bool force) {
     const int s = ConnectSeqpacket(m_path);
     if (s < 0) {
         if (!m_reportedLoss) {
-            Q7X_LOG(3, "no broker at %s yet (%s); retrying every %d ms\n", m_path.c_str(),
+            Q7X_LOG(4, "no broker at %s yet (%s); retrying every %d ms\n", m_path.c_str(),
                     strerror(errno), static_cast<int>(kRetryInterval.count()));
             m_reportedLoss = true;
         }
@@ -113,7 +113,7 @@ void CBusClient::ReconnectLocked(bool force) {
     m_connected = true;
     m_rxEmpty = false;
     if (m_reportedLoss) {
-        Q7X_LOG(3, "connected to the broker at %s\n", m_path.c_str());
+        Q7X_LOG(4, "connected to the broker at %s\n", m_path.c_str());
         m_reportedLoss = false;
     }
 

@@ -23,6 +23,8 @@ void PrintUsage(FILE* out) {
             "Loads PLUGIN.so, calls its exported Create() and runs the service until\n"
             "SIGINT or SIGTERM, then destroys it. Starts a bus broker of its own when\n"
             "none listens at %s (or at Q7X_BUS_PATH, when set).\n"
+            "--version prints the version. Exit status: 0 stopped, 1 the plug-in could\n"
+            "not be loaded or created, 2 a wrong call.\n"
             "example: q7x-host ./libAlertZelManage.so\n",
             q7x::kDefaultBusPath);
 }
@@ -32,10 +34,18 @@ using CreateFn = CServiceBase* (*)();
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2 || !strcmp(argv[1], "-h") || !strcmp(argv[1], "--help")) {
-        const bool asked = argc == 2;
-        PrintUsage(asked ? stdout : stderr);
-        return asked ? 0 : 2;
+    if (argc == 2 && (!strcmp(argv[1], "-h") || !strcmp(argv[1], "--help"))) {
+        PrintUsage(stdout);
+        return 0;
+    }
+    if (argc == 2 && !strcmp(argv[1], "--version")) {
+        printf("q7x-host %s\n", AZ_VERSION);
+        return 0;
+    }
+    if (argc != 2 || argv[1][0] == '-') {
+        fprintf(stderr, "q7x-host: %s\nTry 'q7x-host --help' for more.\n",
+                argc != 2 ? "needs one PLUGIN.so" : "unknown option");
+        return 2;
     }
 
     // Blocked before any thread exists, so every thread inherits the mask and
@@ -65,8 +75,11 @@ int main(int argc, char** argv) {
     std::thread brokerThread;
     if (!q7x::BrokerListening(busPath)) {
         broker = std::make_unique<q7x::CBusBroker>(busPath);
-        if (broker->Open() == 0)
+        if (broker->Open() == 0) {
+            fprintf(stderr, "q7x-host: no broker at %s; running one of its own\n",
+                    busPath.c_str());
             brokerThread = std::thread([&broker] { broker->Run(); });
+        }
         else
             broker.reset();  // another broker came up meanwhile; use that one
     }

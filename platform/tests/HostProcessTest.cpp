@@ -41,10 +41,10 @@ TEST(HostCommandLine, RefusesWhatItCannotRun) {
         int code;
         const char* says;
     } cases[] = {
-        {{Q7X_HOST_BIN}, 2, "usage: q7x-host"},
+        {{Q7X_HOST_BIN}, 2, "q7x-host: needs one PLUGIN.so\nTry 'q7x-host --help'"},
         {{Q7X_HOST_BIN, dir.Path("absent.so")}, 1, "absent.so"},
         {{Q7X_HOST_BIN, Q7X_COMMON_LIB}, 1, "Create"},
-        {{Q7X_BUSD_BIN, "a", "b"}, 2, "usage: q7x-busd"},
+        {{Q7X_BUSD_BIN, "a", "b"}, 2, "q7x-busd: one PATH at most\nTry 'q7x-busd --help'"},
     };
     for (const auto& c : cases) {
         const auto [code, text] = RunToEnd(c.args, dir.Path("out"));

@@ -21,7 +21,7 @@ protected:
     }
 };
 
-TEST_F(Tools, RefusalsExitOneAndSayWhatAndWhere) {
+TEST_F(Tools, RefusalsSayWhatAndWhere) {
     const std::string table = File("bad.csv",
                                    "name,pgn,startbyte,startbit,length,resolution,offset\n"
                                    "oil,65263,3,0,8,4,0\n"
@@ -36,25 +36,22 @@ TEST_F(Tools, RefusalsExitOneAndSayWhatAndWhere) {
         int exit;
         std::string says;
     } cases[] = {
-        {{ZELCTL_BIN}, 1, "usage: zelctl SUBCOMMAND"},
-        {{ZELCTL_BIN, "frobnicate"}, 1, "zelctl: unknown subcommand 'frobnicate'"},
+        {{ZELCTL_BIN}, 2, "zelctl: no subcommand"},
+        {{ZELCTL_BIN, "frobnicate"}, 2, "zelctl: unknown subcommand 'frobnicate'"},
         {{ZELCTL_BIN, "help", "send"}, 0, "  zelctl send speed 70 mph\n"},
-        {{ZELCTL_BIN, "watch", "--count", "0"}, 1, "zelctl watch: --count: '0' is not"},
-        {{ZELCTL_BIN, "send", "warp", "9"}, 1, "zelctl send: unknown signal 'warp'"},
-        {{ZELCTL_BIN, "send", "speed", "70", "mph"},
-         1,
-         "zelctl send: could not send message 6777: no broker on the bus?"},
-        {{ZELCTL_BIN, "state", "--timeout", "0.2"}, 1, "zelctl state: could not send the query"},
+        {{ZELCTL_BIN, "watch", "--count", "0"}, 2, "zelctl watch: --count: '0' is not"},
+        {{ZELCTL_BIN, "send", "warp", "9"}, 2, "zelctl send: unknown signal 'warp'"},
+        {{ZELCTL_BIN, "state", "--timeout", "0.2"}, 1, "zelctl state: no broker at "},
         {{ZELCTL_BIN, "table", table}, 1, "zelctl table: " + table + ":3: pgn 0 is outside"},
-        {{ZELCTL_BIN, "rules", "push", "2", notJson}, 1, "'2' is not CMD 1, 3, 4 or 5"},
-        {{ZELCTL_BIN, "rules", "push", "1"}, 1, "zelctl rules: push 1 needs a FILE"},
+        {{ZELCTL_BIN, "rules", "push", "2", notJson}, 2, "'2' is not CMD 1, 3, 4 or 5"},
+        {{ZELCTL_BIN, "rules", "push", "1"}, 2, "zelctl rules: push 1 needs a FILE"},
         {{ZELCTL_BIN, "rules", "push", "1", notJson}, 1, notJson + ": not valid JSON"},
         {{ZELCTL_BIN, "rules", "push", "5", noRules}, 1, noRules + ": no \"DUMMY\" array"},
         {{ZELCTL_BIN, "log", m_dir.Path("missing")}, 1, "missing: No such file"},
-        {{ZELCTL_BIN, "log", damaged}, 1, damaged + ": damaged: 100 of 100 bytes"},
+        {{ZELCTL_BIN, "log", damaged}, 1, damaged + " is damaged: 100 of 100 bytes"},
         {{ZEL_PLAYER_BIN, scn}, 1, "zel-player: " + scn + ":2: speed: 'kph' is not a unit"},
-        {{ZEL_PLAYER_BIN, good, "--speed", "0"}, 1, "--speed: '0' is not a factor above 0"},
-        {{ZEL_CANLOG_BIN, "--seconds", "0", m_dir.Path("x.log")}, 1, "'0' is not 1..3600"},
+        {{ZEL_PLAYER_BIN, good, "--speed", "0"}, 2, "--speed: '0' is not a factor above 0"},
+        {{ZEL_CANLOG_BIN, "--seconds", "0", m_dir.Path("x.log")}, 2, "'0' is not 1..3600"},
     };
     for (const auto& c : cases) {
         const std::string text = Run(c.args, c.exit);

@@ -8,6 +8,7 @@
 // 220 kPa from 35 % to 52 % of the drive.
 //
 // Usage: zel-canlog [--seconds N] [--ta] OUT.log
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -15,23 +16,24 @@
 #include <cmath>
 #include <string>
 
+#include "CommandLine.h"
+
 namespace {
 
 const double kStart = 1700000000.0;  // -l time of the first frame
 const double kPi = 3.14159265358979323846;
 
-void printUsage(FILE* out) {
-    fprintf(out,
+const char kProgram[] = "zel-canlog";
+const char kUsage[] =
             "usage: zel-canlog [--seconds N] [--ta] OUT.log\n"
             "  Writes a made-up J1939 drive of N seconds (default 30, 1..3600) as a\n"
             "  candump log: the -l form (time) can0 ID#DATA, or with --ta the -ta form.\n"
-            "  Engine speed, vehicle speed, oil pressure (below 240 kPa from 35 %% to\n"
-            "  52 %% of the drive), coolant temperature and battery potential, as\n"
+            "  Engine speed, vehicle speed, oil pressure (below 240 kPa from 35 % to\n"
+            "  52 % of the drive), coolant temperature and battery potential, as\n"
             "  examples/j1939/signals.csv reads them.\n"
             "examples:\n"
             "  zel-canlog /tmp/drive.log\n"
-            "  zel-canlog --seconds 10 --ta /tmp/short.log\n");
-}
+            "  zel-canlog --seconds 10 --ta /tmp/short.log\n";
 
 struct Frame {
     unsigned id;
@@ -72,36 +74,29 @@ int main(int argc, char** argv) {
     long seconds = 30;
     bool ta = false;
     const char* path = NULL;
+    int status = 0;
+    if (cli::answersAsk(argc, argv, kProgram, kUsage, status)) return status;
     for (int i = 1; i < argc; ++i) {
-        if (!strcmp(argv[i], "-h") || !strcmp(argv[i], "--help")) {
-            printUsage(stdout);
-            return 0;
-        }
         if (!strcmp(argv[i], "--ta")) {
             ta = true;
-        } else if (!strcmp(argv[i], "--seconds") && i + 1 < argc) {
+        } else if (!strcmp(argv[i], "--seconds")) {
+            if (i + 1 == argc) return cli::usageError(kProgram, "--seconds needs a value");
             char* end = NULL;
             seconds = strtol(argv[++i], &end, 10);
-            if (*end != '\0' || seconds < 1 || seconds > 3600) {
-                fprintf(stderr, "zel-canlog: --seconds: '%s' is not 1..3600\n", argv[i]);
-                return 1;
-            }
-        } else if (argv[i][0] != '-' && path == NULL) {
+            if (*end != '\0' || seconds < 1 || seconds > 3600)
+                return cli::usageError(kProgram,
+                                       std::string("--seconds: '") + argv[i] + "' is not 1..3600");
+        } else if (argv[i][0] == '-') {
+            return cli::usageError(kProgram, std::string("unknown option ") + argv[i]);
+        } else if (path == NULL) {
             path = argv[i];
         } else {
-            printUsage(stderr);
-            return 1;
+            return cli::usageError(kProgram, "one OUT.log only");
         }
     }
-    if (path == NULL) {
-        printUsage(stderr);
-        return 1;
-    }
+    if (path == NULL) return cli::usageError(kProgram, "no OUT.log");
     FILE* out = fopen(path, "w");
-    if (out == NULL) {
-        perror(path);
-        return 1;
-    }
+    if (out == NULL) return cli::fail(kProgram, std::string("cannot write ") + path + ": " + strerror(errno));
     // Every 10 ms step sends what is due then, in a fixed order.
     const long steps = seconds * 100;
     for (long k = 0; k < steps; ++k) {
@@ -131,9 +126,7 @@ int main(int argc, char** argv) {
             write(out, ta, t + 0.004, v);
         }
     }
-    if (fclose(out) != 0) {
-        perror(path);
-        return 1;
-    }
+    if (fclose(out) != 0)
+        return cli::fail(kProgram, std::string("cannot write ") + path + ": " + strerror(errno));
     return 0;
 }

@@ -35,6 +35,7 @@
 #include <vector>
 
 #include "AlertList.h"
+#include "CommandLine.h"
 #include "Common.h"
 #include "SignalTable.h"
 
@@ -56,8 +57,8 @@ double secondsSince(Clock::time_point t) {
     return std::chrono::duration<double>(Clock::now() - t).count();
 }
 
-void printUsage(FILE* out) {
-    fprintf(out,
+const char kProgram[] = "zel-soak-load";
+const char kUsage[] =
             "usage: zel-soak-load latency N\n"
             "       zel-soak-load run SECONDS [--phase S] [--every PERIOD,OFFSET,COMMAND]...\n"
             "  latency: times N speed changes to the alert record they cause (rule 1:\n"
@@ -65,10 +66,11 @@ void printUsage(FILE* out) {
             "  run:     CAN frames at 8,000/s and speed changes for SECONDS; rule 1 and\n"
             "           rule 2 (J19390 > 50) rise and end every S seconds (default 3);\n"
             "           COMMAND runs every PERIOD s, OFFSET s into it.\n"
-            "  Q7X_BUS_PATH selects the bus.\n"
+            "  help COMMAND shows this text, --version the version.\n"
+            "  Q7X_BUS_PATH selects the bus. Exit status: 0 every sample came (latency)\n"
+            "  or every alert that began also ended (run); 1 otherwise; 2 a wrong call.\n"
             "examples: zel-soak-load latency 200\n"
-            "          zel-soak-load run 60 --every '6,1,zel-platform push 5 cover.json'\n");
-}
+            "          zel-soak-load run 60 --every '6,1,zel-platform push 5 cover.json'\n";
 
 // Counts the alert records of 3215 by alert and kind.
 class Records {
@@ -272,27 +274,40 @@ int run(double seconds, double phase, const std::vector<Every>& everies) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    int status = 0;
+    if (cli::answersAsk(argc, argv, kProgram, kUsage, status)) return status;
+    const std::string command = argc > 1 ? argv[1] : "";
+    if ((command == "help" && argc == 3 &&
+         (!strcmp(argv[2], "latency") || !strcmp(argv[2], "run"))) ||
+        ((command == "latency" || command == "run") && argc == 3 && cli::isHelp(argv[2]))) {
+        fputs(kUsage, stdout);
+        return 0;
+    }
+    if (command != "latency" && command != "run")
+        return cli::usageError(kProgram, argc < 2 ? std::string("no command (latency or run)")
+                                                  : "unknown command '" + command + "'");
     signal(SIGINT, onSignal);
     signal(SIGTERM, onSignal);
-    if (argc == 3 && !strcmp(argv[1], "latency") && atoi(argv[2]) > 0) return latency(atoi(argv[2]));
-    if (argc >= 3 && !strcmp(argv[1], "run") && atof(argv[2]) > 0) {
-        double phase = 3.0;
-        std::vector<Every> everies;
-        for (int i = 3; i < argc; ++i) {
-            Every e;
-            if (!strcmp(argv[i], "--phase") && i + 1 < argc && atof(argv[i + 1]) > 0) {
-                phase = atof(argv[++i]);
-            } else if (!strcmp(argv[i], "--every") && i + 1 < argc && parseEvery(argv[i + 1], e)) {
-                everies.push_back(e);
-                ++i;
-            } else {
-                printUsage(stderr);
-                return 2;
-            }
-        }
-        return run(atof(argv[2]), phase, everies);
+    if (command == "latency") {
+        if (argc != 3 || atoi(argv[2]) <= 0)
+            return cli::usageError(kProgram, "latency needs a number of samples above 0");
+        return latency(atoi(argv[2]));
     }
-    const bool asked = argc == 2 && (!strcmp(argv[1], "-h") || !strcmp(argv[1], "--help"));
-    printUsage(asked ? stdout : stderr);
-    return asked ? 0 : 2;
+    if (argc < 3 || !(atof(argv[2]) > 0))
+        return cli::usageError(kProgram, "run needs a number of seconds above 0");
+    double phase = 3.0;
+    std::vector<Every> everies;
+    for (int i = 3; i < argc; ++i) {
+        Every e;
+        if (!strcmp(argv[i], "--phase") && i + 1 < argc && atof(argv[i + 1]) > 0) {
+            phase = atof(argv[++i]);
+        } else if (!strcmp(argv[i], "--every") && i + 1 < argc && parseEvery(argv[i + 1], e)) {
+            everies.push_back(e);
+            ++i;
+        } else {
+            return cli::usageError(kProgram, std::string("'") + argv[i] +
+                                                 "' is not --phase S or --every PERIOD,OFFSET,COMMAND");
+        }
+    }
+    return run(atof(argv[2]), phase, everies);
 }

@@ -31,15 +31,11 @@ bool printLog(const std::string& path) {
         return false;
     }
     zelstore::LogScan scan = zelstore::scanLog(bytes.data(), bytes.size());
-    if (!scan.whole()) {
-        refuse("log", path + ": damaged: " + std::to_string(scan.unreadable) + " of " +
-                          std::to_string(bytes.size()) + " bytes could not be read (" +
-                          scan.problem + ")");
-        return false;
-    }
     const zelstore::Day& d = scan.head.day;
-    printf("%s: log type %u of %04d-%02d-%02d, %zu frame%s\n", path.c_str(), scan.head.logType,
-           d.year, d.month, d.day, scan.frames.size(), scan.frames.size() == 1 ? "" : "s");
+    if (scan.headOk)
+        printf("%s: log type %u of %04d-%02d-%02d, %zu frame%s\n", path.c_str(),
+               scan.head.logType, d.year, d.month, d.day, scan.frames.size(),
+               scan.frames.size() == 1 ? "" : "s");
     for (const zelstore::FrameInfo& f : scan.frames) {
         std::string ran = "running";
         long long seconds = 0;
@@ -50,7 +46,10 @@ bool printLog(const std::string& path) {
                zelstore::stampText(f.start).c_str(), zelstore::stampText(f.end).c_str(),
                ran.c_str());
     }
-    return true;
+    if (scan.whole()) return true;
+    fflush(stdout);
+    refuse("log", "warning: " + zelstore::damageText(path, scan, bytes.size()));
+    return false;
 }
 
 // The log files of a folder, by name (and so by log type and day).
@@ -71,7 +70,8 @@ bool logsIn(const std::string& dir, std::vector<std::string>& files) {
 }  // namespace
 
 int runLog(int argc, char** argv) {
-    if (argc != 2 || asksHelp(argc, argv)) return usage(kUsage, asksHelp(argc, argv));
+    if (asksHelp(argc, argv)) return usage(kUsage);
+    if (argc != 2) return wrongCall("log", argc < 2 ? "no FILE or DIR" : "one FILE or DIR only");
     const std::string path = argv[1];
     struct stat st;
     if (stat(path.c_str(), &st) != 0) return refuse("log", path + ": " + strerror(errno));

@@ -54,14 +54,18 @@ std::string commandText(unsigned cmd, const Json::Value& v, const std::string& t
 }  // namespace
 
 int runRules(int argc, char** argv) {
-    if (asksHelp(argc, argv)) return usage(kUsage, true);
-    if (argc < 3 || argc > 4 || strcmp(argv[1], "push") != 0) return usage(kUsage, false);
+    if (asksHelp(argc, argv)) return usage(kUsage);
+    if (argc < 2 || strcmp(argv[1], "push") != 0)
+        return wrongCall("rules", argc < 2 ? std::string("no action (push)")
+                                           : std::string("unknown action '") + argv[1] + "'");
+    if (argc < 3) return wrongCall("rules", "push needs CMD");
+    if (argc > 4) return wrongCall("rules", "push takes CMD and one FILE");
     char* end = NULL;
     const unsigned long cmd = strtoul(argv[2], &end, 10);
     if (*end != '\0' || (cmd != 1 && cmd != 3 && cmd != 4 && cmd != 5))
-        return refuse("rules", std::string("push: '") + argv[2] + "' is not CMD 1, 3, 4 or 5");
+        return wrongCall("rules", std::string("push: '") + argv[2] + "' is not CMD 1, 3, 4 or 5");
     if (argc == 3 && cmd != platformpeer::kCmdDeleteAll)
-        return refuse("rules", "push " + std::to_string(cmd) + " needs a FILE");
+        return wrongCall("rules", "push " + std::to_string(cmd) + " needs a FILE");
     std::string name = argc == 4 ? argv[3] : "", text, error;
     if (argc == 4) {
         Json::Value parsed;
@@ -74,10 +78,11 @@ int runRules(int argc, char** argv) {
     if (!platformpeer::makeCommand(static_cast<unsigned>(cmd), name, text, msg, error))
         return refuse("rules", error);
     const std::string out = platformpeer::toText(msg);
+    if (!brokerThere("rules")) return 1;
     void* bus = openBus();
     if (Common::Q7X_MSGSendMessage(bus, 0, zel::kMsgPlatformRule, 0, out.data(),
                                    static_cast<int>(out.size()), 0) != 0)
-        return refuse("rules", "could not send the command: no broker on the bus?");
+        return refuse("rules", "could not send the command (6796) to the broker");
     printf("pushed CMD %lu%s%s (message 6796, %zu bytes)\n", cmd, name.empty() ? "" : " from ",
            name.c_str(), out.size());
     return 0;

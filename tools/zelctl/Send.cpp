@@ -49,15 +49,17 @@ std::string atFileLine(const std::string& file, const std::string& error) {
 }  // namespace
 
 int runSend(int argc, char** argv) {
-    if (argc < 2 || asksHelp(argc, argv)) {
+    if (asksHelp(argc, argv)) {
         std::string text(sizeof kSendUsage + strlen(zelscenario::signalSyntax()), '\0');
         snprintf(&text[0], text.size(), kSendUsage, zelscenario::signalSyntax());
-        return usage(text.c_str(), argc == 2);
+        return usage(text.c_str());
     }
+    if (argc < 2) return wrongCall("send", "no signal");
     std::vector<std::string> words(argv + 1, argv + argc);
     std::vector<zelscenario::Step> steps;
     std::string error;
-    if (!zelscenario::parseSignal(words, "", steps, error)) return refuse("send", error);
+    if (!zelscenario::parseSignal(words, "", steps, error)) return wrongCall("send", error);
+    if (!brokerThere("send")) return 1;
     catchStop();
     void* bus = openBus();
     const double start = peer::monotonicSeconds();
@@ -68,7 +70,7 @@ int runSend(int argc, char** argv) {
         if (!g_running) break;
         if (!sendPayload(bus, s.id, s.payload))
             return refuse("send", "could not send message " + std::to_string(s.id) +
-                                      ": no broker on the bus?");
+                                      " to the broker");
         ++sent;
     }
     if (steps.size() == 1)
@@ -80,7 +82,8 @@ int runSend(int argc, char** argv) {
 }
 
 int runTable(int argc, char** argv) {
-    if (argc != 2 || asksHelp(argc, argv)) return usage(kTableUsage, asksHelp(argc, argv));
+    if (asksHelp(argc, argv)) return usage(kTableUsage);
+    if (argc != 2) return wrongCall("table", argc < 2 ? "no FILE.csv" : "one FILE.csv only");
     const std::string path = argv[1];
     std::ifstream in(path.c_str());
     if (!in) return refuse("table", path + ": cannot read: " + strerror(errno));
@@ -88,9 +91,10 @@ int runTable(int argc, char** argv) {
     std::string error;
     if (!zelj1939::parseSignalTable(in, rows, error))
         return refuse("table", atFileLine(path, error));
+    if (!brokerThere("table")) return 1;
     void* bus = openBus();
     if (!sendPayload(bus, zel::kMsgJ1939Param, zelj1939::buildTablePayload(rows)))
-        return refuse("table", "could not send the table: no broker on the bus?");
+        return refuse("table", "could not send the table (476) to the broker");
     for (size_t n = 0; n < rows.size(); ++n)
         printf("J1939%-3zu %-32s pgn %5u\n", n, rows[n].name.c_str(),
                static_cast<unsigned>(rows[n].pgn));

@@ -35,24 +35,25 @@ struct Answer {
 }  // namespace
 
 int runState(int argc, char** argv) {
-    if (asksHelp(argc, argv)) return usage(kUsage, true);
+    if (asksHelp(argc, argv)) return usage(kUsage);
     double timeout = 3;
     if (argc == 3 && !strcmp(argv[1], "--timeout")) {
         char* end = NULL;
         timeout = strtod(argv[2], &end);
         if (*end != '\0' || !(timeout > 0) || timeout > 3600)
-            return refuse("state", std::string("--timeout: '") + argv[2] +
-                                       "' is not a number of seconds above 0");
+            return wrongCall("state", std::string("--timeout: '") + argv[2] +
+                                          "' is not a number of seconds above 0");
     } else if (argc != 1) {
-        return usage(kUsage, false);
+        return wrongCall("state", std::string("unexpected '") + argv[1] + "'");
     }
+    if (!brokerThere("state")) return 1;
     catchStop();
     void* bus = openBus();
     Answer answer;
     const unsigned reply = zel::kMsgAlertStateQuery | zel::kReplyBit;
     Common::Q7X_MSGEventRegister(bus, reply, Common::Q7X_Bind(&answer, &Answer::OnReply));
     if (Common::Q7X_MSGSendMessage(bus, 0, zel::kMsgAlertStateQuery, 1, NULL, 0, 0) != 0)
-        return refuse("state", "could not send the query: no broker on the bus?");
+        return refuse("state", "could not send the query (3216) to the broker");
     const double deadline = peer::monotonicSeconds() + timeout;
     while (!answer.got && g_running && peer::monotonicSeconds() < deadline)
         Common::Q7X_MSGWaitForEvent(bus, 100);

@@ -53,18 +53,20 @@ private:
 }  // namespace
 
 int runWatch(int argc, char** argv) {
-    if (asksHelp(argc, argv)) return usage(kUsage, true);
+    if (asksHelp(argc, argv)) return usage(kUsage);
     long count = -1;
     if (argc == 3 && !strcmp(argv[1], "--count")) {
         char* end = NULL;
         count = strtol(argv[2], &end, 10);
         if (*end != '\0' || count < 1)
-            return refuse("watch", std::string("--count: '") + argv[2] + "' is not a number above 0");
+            return wrongCall("watch",
+                             std::string("--count: '") + argv[2] + "' is not a number above 0");
     } else if (argc != 1) {
-        return usage(kUsage, false);
+        return wrongCall("watch", std::string("unexpected '") + argv[1] + "'");
     }
     catchStop();
     void* bus = openBus();
+    peer::noteMissingBroker("watch");
     Watcher watcher(count);
     Common::Q7X_MSGEventRegister(bus, zel::kMsgAlertList,
                                  Common::Q7X_Bind(&watcher, &Watcher::OnList));

@@ -4,7 +4,9 @@
 
 #include <string>
 
+#include "CommandLine.h"
 #include "Common.h"
+#include "PeerUtil.h"
 #include "Zelctl.h"
 
 namespace zelctl {
@@ -23,6 +25,13 @@ void catchStop() {
 
 void* openBus() { return Common::Q7X_MSGCreateMessageClient(3216, "/tmp/unix.domain", 0); }
 
+bool brokerThere(const char* sub) {
+    const std::string path = peer::busPath();
+    if (peer::brokerListening(path)) return true;
+    refuse(sub, "no broker at " + path);
+    return false;
+}
+
 int refuse(const char* sub, const std::string& what) {
     fprintf(stderr, "zelctl %s: %s\n", sub, what.c_str());
     return 1;
@@ -32,9 +41,13 @@ bool asksHelp(int argc, char** argv) {
     return argc == 2 && (!strcmp(argv[1], "-h") || !strcmp(argv[1], "--help"));
 }
 
-int usage(const char* text, bool asked) {
-    fputs(text, asked ? stdout : stderr);
-    return asked ? 0 : 1;
+int usage(const char* text) {
+    fputs(text, stdout);
+    return 0;
+}
+
+int wrongCall(const char* sub, const std::string& what) {
+    return cli::usageError(std::string("zelctl ") + sub, what);
 }
 
 }  // namespace zelctl
@@ -54,7 +67,9 @@ const char kUsage[] =
     "  replay ...                 replay signals over a rule set on a virtual clock\n"
     "                             (runs zel-author replay)\n"
     "  help SUBCOMMAND            the usage of one subcommand\n"
-    "  Q7X_BUS_PATH selects the bus. Exit status 0 done, 1 refused or failed.\n"
+    "  --version                  the version of zelctl\n"
+    "  Q7X_BUS_PATH selects the bus. Exit status 0 done, 1 refused or failed,\n"
+    "  2 a wrong call.\n"
     "examples:\n"
     "  zelctl watch\n"
     "  zelctl send speed 70 mph\n"
@@ -83,21 +98,22 @@ Runner find(const char* name) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) return zelctl::usage(kUsage, false);
+    int status = 0;
+    if (cli::answersAsk(argc, argv, "zelctl", kUsage, status)) return status;
+    if (argc < 2) return cli::usageError("zelctl", "no subcommand");
     const char* sub = argv[1];
-    if (!strcmp(sub, "-h") || !strcmp(sub, "--help")) return zelctl::usage(kUsage, true);
     if (!strcmp(sub, "help")) {
-        if (argc != 3) return zelctl::usage(kUsage, argc == 2);
+        if (argc == 2) return zelctl::usage(kUsage);
+        if (argc > 3) return zelctl::wrongCall("help", "one subcommand at a time");
         Runner run = find(argv[2]);
-        if (run == NULL) return zelctl::refuse("help", std::string("no subcommand ") + argv[2]);
+        if (run == NULL)
+            return zelctl::wrongCall("help", std::string("no subcommand '") + argv[2] + "'");
         char help[] = "--help";
         char* args[] = {argv[2], help, NULL};
         return run(2, args);
     }
     Runner run = find(sub);
-    if (run == NULL) {
-        fprintf(stderr, "zelctl: unknown subcommand '%s'\n", sub);
-        return zelctl::usage(kUsage, false);
-    }
+    if (run == NULL)
+        return cli::usageError("zelctl", std::string("unknown subcommand '") + sub + "'");
     return run(argc - 1, argv + 1);
 }
