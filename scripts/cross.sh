@@ -38,7 +38,7 @@ if [ ${#missing[@]} -gt 0 ]; then
 fi
 
 build=build-$1
-cmake -S . -B "$build" -DCMAKE_TOOLCHAIN_FILE="cmake/toolchain-$1.cmake" -DAZ_BUILD_TESTS=ON \
+cmake -S . -B "$build" -DCMAKE_TOOLCHAIN_FILE="cmake/toolchain-$1.cmake" -DAZ_BUILD_TESTS=ON -DAZ_WERROR=ON \
   >/dev/null
 if ! cmake --build "$build" -j"$(nproc 2>/dev/null || echo 2)" >"$build/build.log" 2>&1; then
   cat "$build/build.log" >&2

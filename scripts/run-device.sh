@@ -22,7 +22,7 @@ targets=(q7x-busd q7x-host AlertZelManage zel-storage zel-platform zel-watchdog 
 [ -f tools/author/CMakeLists.txt ] && targets+=(zel-author)
 cmake -S . -B "$bin" -DAZ_BUILD_TESTS=ON >/dev/null
 cmake --build "$bin" -j"$(nproc 2>/dev/null || echo 2)" --target "${targets[@]}" >/dev/null
-prog() { find "$bin" -name "$1" -type f -perm -u+x -print -quit; }
+prog() { echo "$bin/bin/$1"; }
 plugin=$(find "$bin" -name libAlertZelManage.so -print -quit)
 zelctl=$(prog zelctl)
 player=$(prog zel-player)
