@@ -21,7 +21,8 @@ case ${1:-} in
     ;;
 esac
 arch=$1
-./scripts/setup.sh
+# dpkg-shlibdeps, the file type CPack asks for, and the package checker.
+./scripts/setup.sh dpkg-dev file lintian
 case $arch in
   armhf) ./scripts/cross.sh armhf --setup ;;
   arm64) ./scripts/cross.sh aarch64 --setup ;;

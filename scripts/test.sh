@@ -2,7 +2,7 @@
 # Builds and runs every test: once as built for use, once under
 # AddressSanitizer and UndefinedBehaviorSanitizer; the bus and host tests
 # once more under ThreadSanitizer; then each fuzz target briefly, and a
-# one-minute soak of the whole device; and the Debian packages for this PC.
+# one-minute soak of the whole device.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh
@@ -30,6 +30,4 @@ echo "== fuzz targets, 10 s each (${SECONDS}s so far)"
 ./scripts/fuzz.sh 10
 echo "== soak, 60 s (${SECONDS}s so far)"
 ./scripts/soak.sh 60
-echo "== Debian packages for this PC (${SECONDS}s so far)"
-./scripts/package.sh amd64
 echo "== all done in ${SECONDS}s"
