@@ -31,8 +31,11 @@ esac
 out=build-package
 build=$out/$arch
 mkdir -p "$build"
+# Libraries in Debian's multiarch folder of the target (CMake picks it by
+# itself only for native builds).
+multiarch=$(dpkg-architecture -a"$arch" -qDEB_HOST_MULTIARCH 2>/dev/null)
 cmake -S . -B "$build" "${toolchain[@]}" -DCMAKE_BUILD_TYPE=Release -DAZ_BUILD_TESTS=OFF \
-  -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
+  -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR="lib/$multiarch" >/dev/null
 if ! cmake --build "$build" -j"$(nproc 2>/dev/null || echo 2)" >"$build/build.log" 2>&1; then
   cat "$build/build.log" >&2
   exit 1
@@ -56,8 +59,8 @@ done
 # Tags left, explained in the README: the programs have --help, not manual
 # pages; the first release closes no Debian bug.
 suppress=no-manual-page,initial-upload-closes-no-bugs
-lintian --tag-display-limit 0 --suppress-tags "$suppress" "${debs[@]}" ||
-  { echo "package: lintian found errors" >&2; exit 1; }
+lintian --fail-on error,warning --tag-display-limit 0 --suppress-tags "$suppress" "${debs[@]}" ||
+  { echo "package: lintian found errors or warnings" >&2; exit 1; }
 
 # The amd64 device, unpacked into a scratch root, with nothing of the build:
 # the host loads the plug-in there and answers zelctl on a private bus.
