@@ -27,7 +27,6 @@ struct Watched {
 
 class Watchdog {
 public:
-    explicit Watchdog(void* client) : m_client(client) {}
 
     void OnStart(const char* msg, int len) { record(msg, len, "start"); }
     void OnFeed(const char* msg, int len) { record(msg, len, "feed"); }
@@ -75,7 +74,6 @@ private:
         peer::say("watchdog", "%-5s %s (timeout %u ms)", what, name.c_str(), timeout);
     }
 
-    void* m_client;
     std::map<std::string, Watched> m_watched;
 };
 
@@ -95,7 +93,7 @@ int main(int argc, char** argv) {
     signal(SIGINT, onSignal);
     signal(SIGTERM, onSignal);
     void* client = Common::Q7X_MSGCreateMessageClient(1, "/tmp/unix.domain", 0);
-    Watchdog dog(client);
+    Watchdog dog;
     Common::Q7X_MSGEventRegister(client, 6, Common::Q7X_Bind(&dog, &Watchdog::OnStart));
     Common::Q7X_MSGEventRegister(client, 3, Common::Q7X_Bind(&dog, &Watchdog::OnFeed));
     Common::Q7X_MSGEventRegister(client, 7, Common::Q7X_Bind(&dog, &Watchdog::OnStop));
