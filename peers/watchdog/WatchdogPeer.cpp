@@ -27,7 +27,6 @@ struct Watched {
 
 class Watchdog {
 public:
-
     void OnStart(const char* msg, int len) { record(msg, len, "start"); }
     void OnFeed(const char* msg, int len) { record(msg, len, "feed"); }
     void OnStop(const char* msg, int len) {
