@@ -12,7 +12,7 @@ cd "$(dirname "$0")/.."
 
 out=build-bench
 jobs=$(nproc 2>/dev/null || echo 2)
-cmake -S . -B "$out" -DCMAKE_BUILD_TYPE=Release -DAZ_BUILD_BENCH=ON -DAZ_BUILD_TESTS=OFF \
+cmake -S . -B "$out" -DCMAKE_BUILD_TYPE=Release -DAZ_BUILD_BENCH=ON -DAZ_BUILD_TESTS=OFF -DAZ_WERROR=ON \
   >/dev/null
 if ! cmake --build "$out" -j"$jobs" >"$out/build.log" 2>&1; then
   cat "$out/build.log" >&2

@@ -4,6 +4,7 @@
 # under qemu-user.
 #   ./scripts/cross.sh armhf      32-bit ARM, hard float (build-armhf/)
 #   ./scripts/cross.sh aarch64    64-bit ARM (build-aarch64/)
+#   ./scripts/cross.sh armhf --setup    only install what the build needs
 # Installs what is missing: the target architecture in dpkg, the cross
 # compiler, qemu-user, and jsoncpp and GoogleTest of the target from Debian's
 # multiarch packages.
@@ -37,8 +38,11 @@ if [ ${#missing[@]} -gt 0 ]; then
   $sudo_cmd apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
+# --setup: only the cross compiler and the target's libraries (package.sh).
+[ "${2:-}" = --setup ] && exit 0
+
 build=build-$1
-cmake -S . -B "$build" -DCMAKE_TOOLCHAIN_FILE="cmake/toolchain-$1.cmake" -DAZ_BUILD_TESTS=ON \
+cmake -S . -B "$build" -DCMAKE_TOOLCHAIN_FILE="cmake/toolchain-$1.cmake" -DAZ_BUILD_TESTS=ON -DAZ_WERROR=ON \
   >/dev/null
 if ! cmake --build "$build" -j"$(nproc 2>/dev/null || echo 2)" >"$build/build.log" 2>&1; then
   cat "$build/build.log" >&2

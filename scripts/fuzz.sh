@@ -16,7 +16,7 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 runs=${FUZZ_RUNS:-}
 targets=${FUZZ_TARGETS:-"fuzz_signals fuzz_storage fuzz_provisioning fuzz_areas fuzz_datetime fuzz_rule_parser fuzz_bus fuzz_dbc"}
-CC=clang CXX=clang++ cmake -S . -B build-fuzz -DAZ_FUZZ=ON -DAZ_BUILD_TESTS=OFF \
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -DAZ_FUZZ=ON -DAZ_BUILD_TESTS=OFF -DAZ_WERROR=ON \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 # shellcheck disable=SC2086
 if ! cmake --build build-fuzz -j"$(nproc 2>/dev/null || echo 2)" --target $targets \

@@ -54,9 +54,8 @@ targets=(q7x-busd q7x-host AlertZelManage zel-storage zel-platform zel-watchdog 
 cmake -S . -B "$bin" -DAZ_BUILD_TESTS=ON >/dev/null
 cmake --build "$bin" -j"$(nproc 2>/dev/null || echo 2)" --target "${targets[@]}" >/dev/null
 prog() {
-  local p
-  p=$(find "$bin" -name "$1" -type f -perm -u+x -print -quit)
-  [ -n "$p" ] || die "$1 is not built in $bin"
+  local p=$bin/bin/$1
+  [ -x "$p" ] || die "$1 is not built in $bin/bin"
   echo "$p"
 }
 plugin=$(find "$bin" -name libAlertZelManage.so -print -quit)

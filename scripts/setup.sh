@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Installs what building and testing need on a fresh Debian machine.
-# Safe to run again: it installs only what is missing.
+# Safe to run again: it installs only what is missing. Arguments name more
+# packages to install the same way (scripts/package.sh).
 set -euo pipefail
 
 packages=(cmake make g++ clang pkg-config libjsoncpp-dev libgtest-dev libgmock-dev
-          libbenchmark-dev strace python3)
+          libbenchmark-dev strace python3 "$@")
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

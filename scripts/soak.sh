@@ -23,7 +23,7 @@ bin=${BUILD_DIR:-build}
 cmake -S . -B "$bin" -DAZ_BUILD_TESTS=ON >/dev/null
 cmake --build "$bin" -j"$(nproc 2>/dev/null || echo 2)" --target q7x-busd q7x-host \
   AlertZelManage zel-storage zel-platform zelctl zel-logdump zel-soak-load >/dev/null
-prog() { find "$bin" -name "$1" -type f -perm -u+x -print -quit; }
+prog() { echo "$bin/bin/$1"; }
 plugin=$(find "$bin" -name libAlertZelManage.so -print -quit)
 platform=$(prog zel-platform)
 storage=$(prog zel-storage)

@@ -11,7 +11,7 @@ jobs=$(nproc 2>/dev/null || echo 2)
 
 run_suite() {  # build-dir, extra cmake args...
   local dir=$1; shift
-  cmake -S . -B "$dir" -DAZ_BUILD_TESTS=ON "$@" >/dev/null
+  cmake -S . -B "$dir" -DAZ_BUILD_TESTS=ON -DAZ_WERROR=ON "$@" >/dev/null
   cmake --build "$dir" -j"$jobs"
   ctest --test-dir "$dir" --output-on-failure -j"$jobs"
 }
@@ -22,7 +22,7 @@ echo "== tests under AddressSanitizer and UndefinedBehaviorSanitizer (${SECONDS}
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DAZ_SANITIZE=address,undefined
 echo "== bus and host tests under ThreadSanitizer (${SECONDS}s so far)"
-cmake -S . -B build-tsan -DAZ_BUILD_TESTS=ON -DAZ_SANITIZE=thread >/dev/null
+cmake -S . -B build-tsan -DAZ_BUILD_TESTS=ON -DAZ_WERROR=ON -DAZ_SANITIZE=thread >/dev/null
 cmake --build build-tsan -j"$jobs" --target platform_bus_test platform_misc_test \
   platform_process_test q7x-host q7x-busd q7xtestplugin
 TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build-tsan --output-on-failure -j"$jobs" -R '^platform_'

@@ -29,8 +29,6 @@ struct Watched {
 
 class Watchdog {
 public:
-    explicit Watchdog(void* client) : m_client(client) {}
-
     void OnStart(const char* msg, int len) { record(msg, len, "start"); }
     void OnFeed(const char* msg, int len) { record(msg, len, "feed"); }
     void OnStop(const char* msg, int len) {
@@ -77,7 +75,6 @@ private:
         peer::say("watchdog", "%-5s %s (timeout %u ms)", what, name.c_str(), timeout);
     }
 
-    void* m_client;
     std::map<std::string, Watched> m_watched;
 };
 
@@ -98,7 +95,7 @@ int main(int argc, char** argv) {
     signal(SIGTERM, onSignal);
     void* client = Common::Q7X_MSGCreateMessageClient(1, "/tmp/unix.domain", 0);
     peer::noteMissingBroker("watchdog");
-    Watchdog dog(client);
+    Watchdog dog;
     Common::Q7X_MSGEventRegister(client, 6, Common::Q7X_Bind(&dog, &Watchdog::OnStart));
     Common::Q7X_MSGEventRegister(client, 3, Common::Q7X_Bind(&dog, &Watchdog::OnFeed));
     Common::Q7X_MSGEventRegister(client, 7, Common::Q7X_Bind(&dog, &Watchdog::OnStop));

@@ -45,7 +45,6 @@ const unsigned kMsgCanFrame = 1089;
 const unsigned kMsgTable = 476;
 const unsigned kMsgSpeed = 6777;
 const unsigned kMsgAlertList = 3215;
-const int kCanRate = 8000;
 const int kGroups = 8;
 const uint32_t kGroup0 = 65265;  // CCVS, wheel-based speed in bytes 1..2
 
