@@ -185,7 +185,7 @@ TEST(Lint, RuleFileFormsAllComeOutAsTheWholeSet) {
         std::string path = authortest::writeTemp("r.json", c.text);
         Status s = loadRuleFile(path, file, error);
         if (*c.error) {
-            EXPECT_EQ(s, kFound) << c.text;
+            EXPECT_EQ(s, kUnreadable) << c.text;
             EXPECT_NE(error.find(path + c.error), std::string::npos) << error;
             continue;
         }
@@ -212,19 +212,36 @@ int run(const std::string& args, std::string& output) {
 TEST(AuthorProgram, ExitStatusAndMessage) {
     std::string bad = authortest::writeTemp("bad.json", "{\n  \"DUMMY100\": [\n    {\"ID\": 1,,}\n]}");
     std::string fleet = kExamples + "/rules/fleet.json";
+    std::string table = " --j1939 " + kExamples + "/j1939/signals.csv";
+    // Only warnings: an unknown key and a rule without triggers.
+    std::string warnings = authortest::writeTemp(
+        "w.json", "{\"DUMMY100\": [{\"ID\": 1, \"SPEDD\": {\"GT\": 60.0}}]}");
     struct Case {
         std::string args;
         int status;
         std::string says;
     } cases[] = {
-        {"--help", 0, "examples:"},
-        {"lint " + fleet + " --j1939 " + kExamples + "/j1939/signals.csv", 0, ""},
-        {"lint " + kData + "/traps.json", 1, "RULE 1: SPEED \"GT\": 60"},
-        {"lint " + bad, 1, bad + ":3: "},
+        {"--help", 0, "help SUBCOMMAND"},
+        {"help lint", 0, "--fail-on warning|error"},
+        {"lint --help", 0, "--fail-on warning|error"},
+        {"replay " + fleet + " -h", 0, "--strict"},
+        {"--version", 0, "zel-author 1."},
+        {"lint " + fleet + table, 0, ""},
+        {"lint " + kData + "/traps.json", 1, "RULE 1: error: SPEED \"GT\": 60"},
+        {"lint " + warnings, 1, "RULE 1: warning: unknown key \"SPEDD\""},
+        {"lint " + warnings + " --fail-on error", 0, "0 errors, 2 warnings, 0 notes"},
+        {"lint " + warnings + " --json --fail-on error", 0, "\"severity\" : \"warning\""},
+        {"lint " + bad, 2, bad + ":3: "},
         {"lint /nonexistent/rules.json", 2, "/nonexistent/rules.json: No such file"},
-        {"lint " + fleet + " --can " + kData + "/traps.log", 1, "add --j1939"},
-        {"frobnicate", 1, "unknown command 'frobnicate'"},
-        {"replay " + fleet + " --clock 25:00:00", 1, "--clock 25:00:00"},
+        {"lint " + fleet + " --can " + kData + "/traps.log", 2, "add --j1939"},
+        {"lint " + fleet + " --fail-on never", 2, "expected warning or error"},
+        {"lint " + fleet + " --bogus", 2, "unknown option --bogus (see zel-author lint --help)"},
+        {"lint", 2, "no rule set given"},
+        {"", 2, "no subcommand given"},
+        {"frobnicate", 2, "unknown subcommand 'frobnicate'"},
+        {"help frobnicate", 2, "no subcommand 'frobnicate'"},
+        {"replay " + fleet + " --clock 25:00:00", 2, "--clock 25:00:00"},
+        {"replay " + fleet + " --until 99999999", 2, "at most 2678400 s"},
         {"replay " + fleet + " --scenario " + kExamples + "/scenarios/road.scn --until 15", 0,
          "       7      6.0     11."},
     };

@@ -83,7 +83,7 @@ Status tableStep(const std::string& path, Steps& steps, std::string& error) {
         std::vector<zelj1939::SignalRow> rows;
         if (!zelj1939::parseSignalTable(csv, rows, error)) {
             error = path + ": " + error;
-            return kFound;
+            return kUnreadable;
         }
         s.payload = zelj1939::buildTablePayload(rows);
     }
@@ -115,7 +115,7 @@ Status loadSteps(const ReplayArgs& args, Steps& steps, std::string& error) {
     if (!args.scenario.empty()) {
         if (!readable(args.scenario, error)) return kUnreadable;
         Steps scenario;
-        if (!zelscenario::loadScenario(args.scenario, scenario, error)) return kFound;
+        if (!zelscenario::loadScenario(args.scenario, scenario, error)) return kUnreadable;
         steps.insert(steps.end(), scenario.begin(), scenario.end());
     }
     if (!args.can.empty()) {
@@ -244,7 +244,7 @@ Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) 
     int clock[6] = {2026, 3, 5, 12, 0, 0};
     if (!args.clock.empty() && !parseClock(args.clock, clock)) {
         error = "--clock " + args.clock + ": expected HH:MM:SS or YYYY/MM/DD HH:MM:SS";
-        return kFound;
+        return kUnreadable;
     }
     Steps steps;
     s = loadSteps(args, steps, error);

@@ -35,6 +35,8 @@ struct ReplayArgs {
 };
 
 const double kTailSeconds = 3.0;
+// The longest run: 31 days of device time.
+const double kMaxUntil = 31 * 86400.0;
 
 // One message 3215 record.
 struct Record {
@@ -79,6 +81,9 @@ struct ReplayResult {
     std::string clockAtZero;   // device clock at 0
     int64_t deviceZero = 0;    // the same as UTC seconds
     size_t logFrames = 0;      // frames the storage holds at the end
+    // What the run could not show: events a rule names that the input never
+    // gave a value, each with its likely cause.
+    std::vector<std::string> warnings;
 };
 
 Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error);

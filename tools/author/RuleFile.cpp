@@ -40,7 +40,7 @@ Status loadRuleFile(const std::string& path, RuleFile& out, std::string& error) 
             error = path + ":" + std::to_string(out.lineOfOffset(why.offset)) + ": " + why.first;
         else
             error = path + ": not valid JSON";
-        return kFound;
+        return kUnreadable;
     }
 
     // Read through a const reference: operator[] on a mutable value would
@@ -64,7 +64,7 @@ Status loadRuleFile(const std::string& path, RuleFile& out, std::string& error) 
         error = path + ":" + std::to_string(out.lineOf(out.root)) +
                 ": a rule set is an object with a \"DUMMY100\" array (or a pushed "
                 "command's \"DUMMY\" array), or an array of rules";
-        return kFound;
+        return kUnreadable;
     }
     for (const char* key : kSetAreaKeys)
         if (!set.isMember(key)) set[key] = Json::Value(Json::arrayValue);

@@ -40,8 +40,8 @@ struct RuleFile {
     std::string at(const Json::Value& v) const;
 };
 
-// Reads and parses `path`. On failure returns kFound (refused: not JSON or
-// not a rule set) or kUnreadable, with `error` saying what and where.
+// Reads and parses `path`. On failure (unreadable, not JSON, not a rule set)
+// returns kUnreadable with `error` saying what and where.
 Status loadRuleFile(const std::string& path, RuleFile& out, std::string& error);
 
 // The whole-set text that replay delivers.

@@ -309,7 +309,7 @@ Status runLint(const LintArgs& args, Findings& out, std::string& error) {
     if (!args.can.empty()) {
         if (args.table.empty()) {
             error = args.can + ": a CAN log is checked against a J1939 table: add --j1939";
-            return kFound;
+            return kUnreadable;
         }
         s = loadCanLog(args.can, frames, error);
         if (s != kClean) return s;

@@ -37,7 +37,7 @@ Status loadCsv(const std::string& path, std::istream& in, J1939Table& out, std::
     if (!zelj1939::parseSignalTable(in, rows, error, zelj1939::kSyntaxOnly)) {
         if (error.compare(0, 5, "line ") == 0) error = path + ":" + error.substr(5);
         else error = path + ": " + error;
-        return kFound;
+        return kUnreadable;
     }
     for (const zelj1939::SignalRow& r : rows) {
         TableRow row;
@@ -121,7 +121,7 @@ Status loadCanLog(const std::string& path, std::vector<zelj1939::CanFrame>& fram
         error = path + ": read error";
         return kUnreadable;
     }
-    return read ? kClean : kFound;
+    return read ? kClean : kUnreadable;
 }
 
 double decodeRow(const TableRow& row, uint64_t data, uint64_t& raw) {
