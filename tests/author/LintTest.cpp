@@ -54,6 +54,7 @@ const Expected kTraps[] = {
     {"SET", "duplicate-key", "'SPEED'"},
     {"TABLE row 1", "shared-group", "shares group 65265 with row 0"},
     {"TABLE row 3", "row-not-counting", "group number is 0"},
+    {"TABLE row 3", "table-refused", "traps.csv:5: pgn 0 is outside 1..65535"},
     {"TABLE row 4", "row-not-counting", "length is 0"},
     {"TABLE row 5", "destination-specific", "only frames sent to 0x00"},
     {"CAN pgn 65265", "several-sources", "0x31: 20 frames, J1939 codes only"},
@@ -137,9 +138,10 @@ TEST(Lint, CsvRowsPastTheSixtyFourthAreLeftOut) {
     std::string csv = "name,pgn,startbyte,startbit,length,resolution,offset\n";
     for (int i = 0; i < 65; ++i) csv += "s" + std::to_string(i) + ",65" + std::to_string(100 + i) + ",0,0,8,1,0\n";
     Findings found = lint(kExamples + "/rules/speeding.json", authortest::writeTemp("t.csv", csv));
-    ASSERT_EQ(found.size(), 1u) << all(found);
-    EXPECT_EQ(found[0].where, "TABLE row 64");
-    EXPECT_EQ(found[0].kind, "beyond-64");
+    ASSERT_EQ(found.size(), 2u) << all(found);
+    EXPECT_EQ(found[0].kind, "table-refused");
+    EXPECT_EQ(found[1].where, "TABLE row 64");
+    EXPECT_EQ(found[1].kind, "beyond-64");
 }
 
 // J1939 keeps the top of each field's range for "not available", "error"
@@ -193,6 +195,40 @@ TEST(Lint, RuleFileFormsAllComeOutAsTheWholeSet) {
         EXPECT_EQ(file.wholeSet["DUMMY100"].size(), c.rules) << c.text;
         EXPECT_EQ(file.wholeSet["RECT100"].size(), c.rectAreas) << c.text;
         EXPECT_TRUE(file.wholeSet["CIRCLE100"].isArray()) << c.text;
+    }
+}
+
+// What each finding costs: the CAN findings of a row no rule reads are
+// notes; a set too big for one bus message is a warning.
+TEST(Lint, SeverityFollowsWhatTheFindingCosts) {
+    std::string big = "{\"DUMMY100\": [";
+    for (int i = 1; i <= 1600; ++i)
+        big += std::string(i > 1 ? "," : "") + "{\"ID\": " + std::to_string(i) +
+               ", \"SPEED\": {\"GT\": 60.5}, \"STARTIME\": \"0/0/0 08:00:00\", "
+               "\"ENDTIME\": \"0/0/0 18:00:00\"}";
+    big += "]}";
+    const std::string speeding = kExamples + "/rules/speeding.json";
+    struct Case {
+        std::string rules, table, can;
+        const char* where;
+        const char* kind;
+        Severity severity;
+    } cases[] = {
+        {kData + "/traps.json", kData + "/traps.csv", kData + "/traps.log", "CAN pgn 65265",
+         "several-sources", kWarning},
+        {speeding, kData + "/traps.csv", kData + "/traps.log", "CAN pgn 65265",
+         "several-sources", kNote},
+        {authortest::writeTemp("big.json", big), "", "", "SET", "too-big", kWarning},
+        {kData + "/traps.json", "", "", "RULE 1", "integer-threshold", kError},
+        {kData + "/traps.json", "", "", "RULE 2", "unknown-key", kWarning},
+    };
+    for (const Case& c : cases) {
+        const Finding* hit = NULL;
+        Findings found = lint(c.rules, c.table, c.can);
+        for (const Finding& f : found)
+            if (f.where == c.where && f.kind == c.kind) hit = &f;
+        ASSERT_NE(hit, nullptr) << c.where << " " << c.kind << " in\n" << all(found);
+        EXPECT_EQ(hit->severity, c.severity) << c.where << " " << c.kind;
     }
 }
 

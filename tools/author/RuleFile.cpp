@@ -18,7 +18,15 @@ const Json::Value& RuleFile::rules() const {
 
 int RuleFile::lineOfOffset(ptrdiff_t offset) const {
     if (offset < 0 || static_cast<size_t>(offset) > text.size()) return 0;
-    return 1 + static_cast<int>(std::count(text.begin(), text.begin() + offset, '\n'));
+    if (lineStarts.empty()) {
+        lineStarts.push_back(0);
+        for (size_t i = 0; i < text.size(); ++i)
+            if (text[i] == '\n') lineStarts.push_back(i + 1);
+    }
+    // The line is the number of line starts at or before the offset.
+    return static_cast<int>(std::upper_bound(lineStarts.begin(), lineStarts.end(),
+                                             static_cast<size_t>(offset)) -
+                            lineStarts.begin());
 }
 
 int RuleFile::lineOf(const Json::Value& v) const { return lineOfOffset(v.getOffsetStart()); }

@@ -13,6 +13,7 @@
 #define ZELAUTHOR_RULEFILE_H
 
 #include <string>
+#include <vector>
 
 #include <json/json.h>
 
@@ -38,6 +39,10 @@ struct RuleFile {
     int lineOfOffset(ptrdiff_t offset) const;
     // "path:line".
     std::string at(const Json::Value& v) const;
+
+    // Offsets where each line begins, built on the first lookup, so that a
+    // lookup costs a binary search, not a count through the text.
+    mutable std::vector<size_t> lineStarts;
 };
 
 // Reads and parses `path`. On failure (unreadable, not JSON, not a rule set)

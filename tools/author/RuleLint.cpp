@@ -11,6 +11,7 @@
 #include "Harness.h"
 #include "Lint.h"
 #include "MessageIds.h"
+#include "PlatformRules.h"
 #include "RuleLintInternal.h"
 
 namespace zelauthor {
@@ -172,6 +173,29 @@ void lintAreas(RuleCheck& c, const std::set<unsigned int>& ids) {
     }
 }
 
+// The whole set, or the pushed command, as the platform puts it on the bus:
+// one message, which carries at most platformpeer::kMaxPayload bytes.
+void lintSize(const RuleFile& file, Findings& out) {
+    size_t size = 0;
+    const char* as = "the rule set the platform sends the service";
+    if (file.commandForm) {
+        Json::Value msg = file.root;
+        msg["SOURCE"] = platformpeer::kSource;
+        msg["CMD"] = platformpeer::kCmdAdd;
+        size = platformpeer::toText(msg).size();
+        as = "the command the platform sends";
+    } else {
+        size = platformpeer::toText(file.wholeSet).size();
+    }
+    if (size <= platformpeer::kMaxPayload) return;
+    addFinding(out, "SET", "too-big",
+               format("%s is %zu bytes, more than the %zu of one bus message: zelctl rules "
+                      "push and the platform refuse it, and the service never gets it",
+                      as, size, platformpeer::kMaxPayload),
+               "the whole set reaches the service in one message: drop rules, or shorten "
+               "them (no spaces, no keys the service ignores)");
+}
+
 }  // namespace
 
 std::string suggestKey(const std::string& key) {
@@ -316,6 +340,7 @@ Status runLint(const LintArgs& args, Findings& out, std::string& error) {
     }
     std::vector<RowUse> uses;
     lintRules(file, args.table.empty() ? NULL : &table, out, uses);
+    lintSize(file, out);
     if (!args.table.empty()) lintTable(table, out);
     if (!frames.empty()) lintCan(table, frames, uses, out);
     return out.empty() ? kClean : kFound;

@@ -48,7 +48,7 @@ void lintJ1939(RuleCheck& c, const std::string& where, const std::string& at,
                const sInputTrigger& t) {
     uint32_t row = t.Event - kFirstJ1939;
     const char* name = EVENT_NAME[t.Event].c_str();
-    if (t.Type == GT) c.uses.push_back(RowUse{row, t.Value, "rule " + where.substr(5)});
+    c.uses.push_back(RowUse{row, t.Value, "rule " + where.substr(5), t.Type == GT});
     if (c.table == NULL) return;
     const J1939Table& table = *c.table;
     std::string problem;
