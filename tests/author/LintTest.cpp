@@ -1,9 +1,6 @@
 // Lint: every trap of a file built to hold them is reported, with nothing
 // else; the examples pass clean; tables as the service receives them; the
 // J1939 codes for missing values; and the program's exit statuses.
-#include <stdio.h>
-#include <sys/wait.h>
-
 #include "AuthorTestUtil.h"
 #include "ByteOrder.h"
 #include "Lint.h"
@@ -233,18 +230,6 @@ TEST(Lint, SeverityFollowsWhatTheFindingCosts) {
 }
 
 // The program as zelctl runs it: its exit status and where its message goes.
-int run(const std::string& args, std::string& output) {
-    std::string command = std::string(ZEL_AUTHOR_BIN) + " " + args + " 2>&1";
-    FILE* p = popen(command.c_str(), "r");
-    if (p == NULL) return -1;
-    output.clear();
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) output.append(buf, n);
-    int status = pclose(p);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 TEST(AuthorProgram, ExitStatusAndMessage) {
     std::string bad = authortest::writeTemp("bad.json", "{\n  \"DUMMY100\": [\n    {\"ID\": 1,,}\n]}");
     std::string fleet = kExamples + "/rules/fleet.json";
@@ -283,7 +268,7 @@ TEST(AuthorProgram, ExitStatusAndMessage) {
     };
     for (const Case& c : cases) {
         std::string out;
-        EXPECT_EQ(run(c.args, out), c.status) << c.args << "\n" << out;
+        EXPECT_EQ(authortest::runAuthor(c.args, out), c.status) << c.args << "\n" << out;
         if (c.says.empty())
             EXPECT_EQ(out, "") << c.args;
         else

@@ -111,6 +111,79 @@ TEST(Replay, UntilCutsTheRunAndLeavesAlertsRunning) {
     EXPECT_EQ(r.episodes[0].id, 7u);
     EXPECT_LT(r.episodes[0].ended, 0);
     EXPECT_LT(r.duration, 12 + kCycle);
+    EXPECT_EQ(r.runningAtEnd, std::vector<uint32_t>{7});
+}
+
+// Each rule that never held says why, in the order the service decides:
+// no reading, then the threshold, then the area, then the window.
+TEST(Replay, RulesThatNeverHeldSayWhy) {
+    ReplayArgs a;
+    a.rules = authortest::writeTemp(
+        "quiet.json",
+        "{\"DUMMY100\": [{\"ID\": 1, \"SPEED\": {\"GT\": 10.0}},"
+        " {\"ID\": 2, \"SPEED\": {\"GT\": 100.0}},"
+        " {\"ID\": 3, \"HDTEMP\": {\"GT\": 50.0}},"
+        " {\"ID\": 4, \"SPEED\": {\"GT\": 10.0}, \"STARTIME\": \"0/0/0 01:00:00\","
+        "  \"ENDTIME\": \"0/0/0 02:00:00\"},"
+        " {\"ID\": 5, \"SPEED\": {\"GT\": 10.0}}],"
+        " \"RECT100\": [{\"ID\": 5}]}");
+    a.scenario = authortest::writeTemp("s.scn", "0 speed 70 mph\n");
+    ReplayResult r = replay(a);
+    std::map<uint32_t, std::string> why;
+    for (const ReplayResult::Quiet& q : r.neverHeld) why[q.id] = q.why;
+    EXPECT_EQ(why.count(1), 0u);
+    EXPECT_EQ(why[2], "threshold never crossed: SPEED GT 100.0 never held (it stayed at 70.0)");
+    EXPECT_EQ(why[3], "no reading: HDTEMP never had a value");
+    EXPECT_EQ(why[4].compare(0, 41, "window: the daily window 01:00:00 to 02:0"), 0) << why[4];
+    EXPECT_EQ(why[5], "area: the vehicle was outside area 5 whenever its triggers held");
+    ASSERT_EQ(r.warnings.size(), 1u);
+    EXPECT_EQ(r.warnings[0].find("HDTEMP (rule 3) never had a value: the "), 0u)
+        << r.warnings[0];
+}
+
+// Events the input never gives a value: a J1939 event without a table, the
+// speed from a CAN log alone. A strict replay fails on them.
+TEST(Replay, WarnsOfEventsTheInputNeverGives) {
+    std::string rules = authortest::writeTemp(
+        "r.json", "[{\"ID\": 1, \"J19391\": {\"GT\": 30.0}}, {\"ID\": 2, \"SPEED\": "
+                  "{\"GT\": 60.0}}, {\"ID\": 3, \"J19391\": {\"LT\": 10.0}}]");
+    ReplayArgs a;
+    a.rules = rules;
+    a.can = kData + "/traps.log";
+    ReplayResult r = replay(a);
+    ASSERT_EQ(r.warnings.size(), 2u);
+    EXPECT_NE(r.warnings[0].find("SPEED (rule 2) never had a value: the speed comes in its own "
+                                 "message (6777), not from CAN"),
+              std::string::npos)
+        << r.warnings[0];
+    EXPECT_NE(r.warnings[1].find("J19391 (rules 1 and 3) never had a value: no J1939 table"),
+              std::string::npos)
+        << r.warnings[1];
+
+    std::string out;
+    EXPECT_EQ(authortest::runAuthor("replay " + rules + " --can " + a.can, out), 0) << out;
+    EXPECT_NE(out.find("warning: SPEED (rule 2)"), std::string::npos) << out;
+    EXPECT_EQ(authortest::runAuthor("replay " + rules + " --can " + a.can + " --strict", out), 1);
+}
+
+// 200 alerts rising at once take the service 200 x 50 ms of log writing:
+// the replay says they were reported late, and that all still run at the end.
+TEST(Replay, ReportsLateAlertsAndThoseStillRunningAtTheEnd) {
+    std::string rules = "[";
+    for (int i = 1; i <= 200; ++i)
+        rules += std::string(i > 1 ? "," : "") + "{\"ID\": " + std::to_string(i) +
+                 ", \"SPEED\": {\"GT\": 10.0}}";
+    ReplayArgs a;
+    a.rules = authortest::writeTemp("many.json", rules + "]");
+    a.scenario = authortest::writeTemp("s.scn", "0 speed 70 mph\n");
+    ReplayResult r = replay(a);
+    EXPECT_EQ(r.runningAtEnd.size(), 200u);
+    EXPECT_TRUE(r.unreportedAtEnd.empty());
+    ASSERT_EQ(r.warnings.size(), 1u);
+    EXPECT_NE(r.warnings[0].find("alerts 1, 2, 3, 4, 5 and 195 more: reported up to 10.0 s "
+                                 "after ATLEAST was reached"),
+              std::string::npos)
+        << r.warnings[0];
 }
 
 TEST(Replay, TimelineHasOneGroupPerRuleAndIsWellFormed) {
