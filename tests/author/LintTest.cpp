@@ -237,6 +237,10 @@ TEST(AuthorProgram, ExitStatusAndMessage) {
     // Only warnings: an unknown key and a rule without triggers.
     std::string warnings = authortest::writeTemp(
         "w.json", "{\"DUMMY100\": [{\"ID\": 1, \"SPEDD\": {\"GT\": 60.0}}]}");
+    std::string garbage = authortest::writeTemp(
+        "g.log", "(1700000000.000000) can0 18FEF100#FF001EFFFFFFFFFF\nhello there\n");
+    std::string startbit9 = authortest::writeTemp(
+        "t.csv", "name,pgn,startbyte,startbit,length,resolution,offset\ns,65265,1,9,16,1,0\n");
     struct Case {
         std::string args;
         int status;
@@ -262,6 +266,13 @@ TEST(AuthorProgram, ExitStatusAndMessage) {
         {"frobnicate", 2, "unknown subcommand 'frobnicate'"},
         {"help frobnicate", 2, "no subcommand 'frobnicate'"},
         {"replay " + fleet + " --clock 25:00:00", 2, "--clock 25:00:00"},
+        // One reader per format: lint and replay refuse the same line alike.
+        {"lint " + fleet + table + " --can " + garbage, 2, garbage + ":2: not a classic CAN frame"},
+        {"replay " + fleet + " --can " + garbage, 2, garbage + ":2: not a classic CAN frame"},
+        {"replay " + fleet + " --j1939 " + startbit9, 2, startbit9 + ":2: startbit 9 is outside 0..7"},
+        {"lint " + fleet + " --j1939 " + startbit9, 1,
+         "TABLE row 0: error: zel-j1939-table, zelctl table, replay and the player refuse this "
+         "table: " + startbit9 + ":2: startbit 9 is outside 0..7"},
         {"replay " + fleet + " --until 99999999", 2, "at most 2678400 s"},
         {"replay " + fleet + " --scenario " + kExamples + "/scenarios/road.scn --until 15", 0,
          "       7      6.0     11."},

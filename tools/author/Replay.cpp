@@ -84,7 +84,9 @@ Status tableStep(const std::string& path, Steps& steps, std::vector<RowName>& na
         std::istringstream csv(data);
         std::vector<zelj1939::SignalRow> rows;
         if (!zelj1939::parseSignalTable(csv, rows, error)) {
-            error = path + ": " + error;
+            // "line N: what" as "PATH:N: what", as lint names it.
+            error = error.compare(0, 5, "line ") == 0 ? path + ":" + error.substr(5)
+                                                      : path + ": " + error;
             return kUnreadable;
         }
         s.payload = zelj1939::buildTablePayload(rows);
