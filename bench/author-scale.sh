@@ -36,7 +36,7 @@ PY
 measure() {  # LABEL ARGS...: seconds and peak RSS
   local label=$1; shift
   /usr/bin/time -f "%e %M" -o "$work/time" "$author" "$@" >/dev/null 2>&1 || true
-  read -r secs kb <"$work/time"
+  read -r secs kb < <(tail -n 1 "$work/time")
   printf '%-34s %8.2f s %8d kB\n' "$label" "$secs" "$kb"
 }
 

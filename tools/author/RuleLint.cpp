@@ -75,16 +75,19 @@ bool idOf(CAlertZelManage& service, const Json::Value& v, unsigned int& id) {
     return v.isObject() && service.GetJsonID(v, id);
 }
 
-// What the service made of one rule alone: its parser, on a set of one.
-bool parseAlone(harness::Harness& h, const Json::Value& rule, ZelAlertPara_t& parsed) {
+// What the service's parser made of `rules` (objects only), delivered as one
+// whole set: one entry for each rule it keeps, those with a usable id, in
+// their order. The rules go in chunks, so that the copy stays small.
+void parseChunk(harness::Harness& h, const std::vector<const Json::Value*>& rules,
+                std::vector<ZelAlertPara_t>& parsed) {
     Json::Value set(Json::objectValue);
-    set["DUMMY100"].append(rule);
+    Json::Value& list = set["DUMMY100"] = Json::Value(Json::arrayValue);
+    for (const Json::Value* rule : rules) list.append(*rule);
     h.service().m_ParaList.clear();
     h.clearLines();
     h.deliver(zel::kMsgPlatformRuleReply, harness::textBytes(jsonText(set)));
-    if (h.service().m_ParaList.empty()) return false;
-    parsed = h.service().m_ParaList.front();
-    return true;
+    h.clearSent();
+    parsed.assign(h.service().m_ParaList.begin(), h.service().m_ParaList.end());
 }
 
 void lintSetKeys(const RuleFile& file, Findings& out) {
@@ -252,7 +255,18 @@ void lintRules(const RuleFile& file, const J1939Table* table, Findings& out,
     const char* arrayKey = file.commandForm ? "DUMMY" : "DUMMY100";
     std::map<unsigned int, int> firstLine;  // id -> line of its first rule
     std::set<unsigned int> ids;
+    const Json::ArrayIndex kChunk = 1024;
+    std::vector<const Json::Value*> chunk;
+    std::vector<ZelAlertPara_t> parsedChunk;
+    size_t parsedNext = 0;  // the entry of m_ParaList the next kept rule has
     for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
+        if (i % kChunk == 0) {
+            chunk.clear();
+            for (Json::ArrayIndex j = i; j < rules.size() && j < i + kChunk; ++j)
+                if (rules[j].isObject()) chunk.push_back(&rules[j]);
+            parseChunk(h, chunk, parsedChunk);
+            parsedNext = 0;
+        }
         const Json::Value& rule = rules[i];
         std::string at = file.at(rule);
         std::string index = format("RULE %s[%u]", arrayKey, i);
@@ -303,8 +317,8 @@ void lintRules(const RuleFile& file, const J1939Table* table, Findings& out,
                        "write whole seconds, such as \"ATLEAST\": 5");
         }
 
-        ZelAlertPara_t parsed;
-        if (!parseAlone(h, rule, parsed)) continue;
+        if (parsedNext >= parsedChunk.size() || parsedChunk[parsedNext].alertID != id) continue;
+        const ZelAlertPara_t& parsed = parsedChunk[parsedNext++];
         lintTriggers(c, rule, parsed, where);
         if (parsed.triggers.empty()) {
             addFinding(out, where, "no-triggers",

@@ -110,7 +110,11 @@ void lintTriggers(RuleCheck& c, const Json::Value& rule, const ZelAlertPara_t& p
         for (const sInputTrigger& each : parsed.triggers)
             if (each.Event == k) t = &each;
         if (t == NULL) continue;
-        bool defaulted = c.h.countLines(format("EventName[%u] not GT LT EQ \n", k)) > 0;
+        // The service's accessors, in its order: none usable, and it takes GT 0.0.
+        double ignored = 0;
+        bool defaulted = !c.service.GetJsonGT(event, ignored) &&
+                         !c.service.GetJsonLT(event, ignored) &&
+                         !c.service.GetJsonEQ(event, ignored);
         std::string taken =
             defaulted ? format("the trigger reads as GT 0.0 (the service logs \"EventName[%u] "
                                "not GT LT EQ\")",
