@@ -2,7 +2,9 @@
 #ifndef ALERTZEL_TEST_AUTHORTESTUTIL_H
 #define ALERTZEL_TEST_AUTHORTESTUTIL_H
 
+#include <stdio.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -26,6 +28,20 @@ inline std::string writeTemp(const std::string& name, const std::string& content
     std::string path = tmpl + "/" + name;
     std::ofstream(path, std::ios::binary) << content;
     return path;
+}
+
+// Runs zel-author with `args`; its stdout and stderr in `output`. The exit
+// status, or -1 when it did not exit.
+inline int runAuthor(const std::string& args, std::string& output) {
+    std::string command = std::string(ZEL_AUTHOR_BIN) + " " + args + " 2>&1";
+    FILE* p = popen(command.c_str(), "r");
+    if (p == NULL) return -1;
+    output.clear();
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) output.append(buf, n);
+    int status = pclose(p);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace authortest

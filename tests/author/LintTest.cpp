@@ -1,9 +1,6 @@
 // Lint: every trap of a file built to hold them is reported, with nothing
 // else; the examples pass clean; tables as the service receives them; the
 // J1939 codes for missing values; and the program's exit statuses.
-#include <stdio.h>
-#include <sys/wait.h>
-
 #include "AuthorTestUtil.h"
 #include "ByteOrder.h"
 #include "Lint.h"
@@ -54,6 +51,7 @@ const Expected kTraps[] = {
     {"SET", "duplicate-key", "'SPEED'"},
     {"TABLE row 1", "shared-group", "shares group 65265 with row 0"},
     {"TABLE row 3", "row-not-counting", "group number is 0"},
+    {"TABLE row 3", "table-refused", "traps.csv:5: pgn 0 is outside 1..65535"},
     {"TABLE row 4", "row-not-counting", "length is 0"},
     {"TABLE row 5", "destination-specific", "only frames sent to 0x00"},
     {"CAN pgn 65265", "several-sources", "0x31: 20 frames, J1939 codes only"},
@@ -137,9 +135,10 @@ TEST(Lint, CsvRowsPastTheSixtyFourthAreLeftOut) {
     std::string csv = "name,pgn,startbyte,startbit,length,resolution,offset\n";
     for (int i = 0; i < 65; ++i) csv += "s" + std::to_string(i) + ",65" + std::to_string(100 + i) + ",0,0,8,1,0\n";
     Findings found = lint(kExamples + "/rules/speeding.json", authortest::writeTemp("t.csv", csv));
-    ASSERT_EQ(found.size(), 1u) << all(found);
-    EXPECT_EQ(found[0].where, "TABLE row 64");
-    EXPECT_EQ(found[0].kind, "beyond-64");
+    ASSERT_EQ(found.size(), 2u) << all(found);
+    EXPECT_EQ(found[0].kind, "table-refused");
+    EXPECT_EQ(found[1].where, "TABLE row 64");
+    EXPECT_EQ(found[1].kind, "beyond-64");
 }
 
 // J1939 keeps the top of each field's range for "not available", "error"
@@ -185,7 +184,7 @@ TEST(Lint, RuleFileFormsAllComeOutAsTheWholeSet) {
         std::string path = authortest::writeTemp("r.json", c.text);
         Status s = loadRuleFile(path, file, error);
         if (*c.error) {
-            EXPECT_EQ(s, kFound) << c.text;
+            EXPECT_EQ(s, kUnreadable) << c.text;
             EXPECT_NE(error.find(path + c.error), std::string::npos) << error;
             continue;
         }
@@ -196,41 +195,91 @@ TEST(Lint, RuleFileFormsAllComeOutAsTheWholeSet) {
     }
 }
 
-// The program as zelctl runs it: its exit status and where its message goes.
-int run(const std::string& args, std::string& output) {
-    std::string command = std::string(ZEL_AUTHOR_BIN) + " " + args + " 2>&1";
-    FILE* p = popen(command.c_str(), "r");
-    if (p == NULL) return -1;
-    output.clear();
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) output.append(buf, n);
-    int status = pclose(p);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+// What each finding costs: the CAN findings of a row no rule reads are
+// notes; a set too big for one bus message is a warning.
+TEST(Lint, SeverityFollowsWhatTheFindingCosts) {
+    std::string big = "{\"DUMMY100\": [";
+    for (int i = 1; i <= 1600; ++i)
+        big += std::string(i > 1 ? "," : "") + "{\"ID\": " + std::to_string(i) +
+               ", \"SPEED\": {\"GT\": 60.5}, \"STARTIME\": \"0/0/0 08:00:00\", "
+               "\"ENDTIME\": \"0/0/0 18:00:00\"}";
+    big += "]}";
+    const std::string speeding = kExamples + "/rules/speeding.json";
+    struct Case {
+        std::string rules, table, can;
+        const char* where;
+        const char* kind;
+        Severity severity;
+    } cases[] = {
+        {kData + "/traps.json", kData + "/traps.csv", kData + "/traps.log", "CAN pgn 65265",
+         "several-sources", kWarning},
+        {speeding, kData + "/traps.csv", kData + "/traps.log", "CAN pgn 65265",
+         "several-sources", kNote},
+        {authortest::writeTemp("big.json", big), "", "", "SET", "too-big", kWarning},
+        {kData + "/traps.json", "", "", "RULE 1", "integer-threshold", kError},
+        {kData + "/traps.json", "", "", "RULE 2", "unknown-key", kWarning},
+    };
+    for (const Case& c : cases) {
+        const Finding* hit = NULL;
+        Findings found = lint(c.rules, c.table, c.can);
+        for (const Finding& f : found)
+            if (f.where == c.where && f.kind == c.kind) hit = &f;
+        ASSERT_NE(hit, nullptr) << c.where << " " << c.kind << " in\n" << all(found);
+        EXPECT_EQ(hit->severity, c.severity) << c.where << " " << c.kind;
+    }
 }
 
+// The program as zelctl runs it: its exit status and where its message goes.
 TEST(AuthorProgram, ExitStatusAndMessage) {
     std::string bad = authortest::writeTemp("bad.json", "{\n  \"DUMMY100\": [\n    {\"ID\": 1,,}\n]}");
     std::string fleet = kExamples + "/rules/fleet.json";
+    std::string table = " --j1939 " + kExamples + "/j1939/signals.csv";
+    // Only warnings: an unknown key and a rule without triggers.
+    std::string warnings = authortest::writeTemp(
+        "w.json", "{\"DUMMY100\": [{\"ID\": 1, \"SPEDD\": {\"GT\": 60.0}}]}");
+    std::string garbage = authortest::writeTemp(
+        "g.log", "(1700000000.000000) can0 18FEF100#FF001EFFFFFFFFFF\nhello there\n");
+    std::string startbit9 = authortest::writeTemp(
+        "t.csv", "name,pgn,startbyte,startbit,length,resolution,offset\ns,65265,1,9,16,1,0\n");
     struct Case {
         std::string args;
         int status;
         std::string says;
     } cases[] = {
-        {"--help", 0, "examples:"},
-        {"lint " + fleet + " --j1939 " + kExamples + "/j1939/signals.csv", 0, ""},
-        {"lint " + kData + "/traps.json", 1, "RULE 1: SPEED \"GT\": 60"},
-        {"lint " + bad, 1, bad + ":3: "},
+        {"--help", 0, "help SUBCOMMAND"},
+        {"help lint", 0, "--fail-on warning|error"},
+        {"lint --help", 0, "--fail-on warning|error"},
+        {"replay " + fleet + " -h", 0, "--strict"},
+        {"--version", 0, "zel-author 1."},
+        {"lint " + fleet + table, 0, ""},
+        {"lint " + kData + "/traps.json", 1, "RULE 1: error: SPEED \"GT\": 60"},
+        {"lint " + warnings, 1, "RULE 1: warning: unknown key \"SPEDD\""},
+        {"lint " + warnings + " --fail-on error", 0, "0 errors, 2 warnings, 0 notes"},
+        {"lint " + warnings + " --json --fail-on error", 0, "\"severity\" : \"warning\""},
+        {"lint " + bad, 2, bad + ":3: "},
         {"lint /nonexistent/rules.json", 2, "/nonexistent/rules.json: No such file"},
-        {"lint " + fleet + " --can " + kData + "/traps.log", 1, "add --j1939"},
-        {"frobnicate", 1, "unknown command 'frobnicate'"},
-        {"replay " + fleet + " --clock 25:00:00", 1, "--clock 25:00:00"},
+        {"lint " + fleet + " --can " + kData + "/traps.log", 2, "add --j1939"},
+        {"lint " + fleet + " --fail-on never", 2, "expected warning or error"},
+        {"lint " + fleet + " --bogus", 2, "unknown option --bogus (see zel-author lint --help)"},
+        {"lint", 2, "no rule set given"},
+        {"", 2, "no subcommand given"},
+        {"frobnicate", 2, "unknown subcommand 'frobnicate'"},
+        {"help frobnicate", 2, "no subcommand 'frobnicate'"},
+        {"replay " + fleet + " --clock 25:00:00", 2, "--clock 25:00:00"},
+        // One reader per format: lint and replay refuse the same line alike.
+        {"lint " + fleet + table + " --can " + garbage, 2, garbage + ":2: not a classic CAN frame"},
+        {"replay " + fleet + " --can " + garbage, 2, garbage + ":2: not a classic CAN frame"},
+        {"replay " + fleet + " --j1939 " + startbit9, 2, startbit9 + ":2: startbit 9 is outside 0..7"},
+        {"lint " + fleet + " --j1939 " + startbit9, 1,
+         "TABLE row 0: error: zel-j1939-table, zelctl table, replay and the player refuse this "
+         "table: " + startbit9 + ":2: startbit 9 is outside 0..7"},
+        {"replay " + fleet + " --until 99999999", 2, "at most 2678400 s"},
         {"replay " + fleet + " --scenario " + kExamples + "/scenarios/road.scn --until 15", 0,
          "       7      6.0     11."},
     };
     for (const Case& c : cases) {
         std::string out;
-        EXPECT_EQ(run(c.args, out), c.status) << c.args << "\n" << out;
+        EXPECT_EQ(authortest::runAuthor(c.args, out), c.status) << c.args << "\n" << out;
         if (c.says.empty())
             EXPECT_EQ(out, "") << c.args;
         else

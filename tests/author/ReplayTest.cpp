@@ -111,33 +111,129 @@ TEST(Replay, UntilCutsTheRunAndLeavesAlertsRunning) {
     EXPECT_EQ(r.episodes[0].id, 7u);
     EXPECT_LT(r.episodes[0].ended, 0);
     EXPECT_LT(r.duration, 12 + kCycle);
+    EXPECT_EQ(r.runningAtEnd, std::vector<uint32_t>{7});
+}
+
+// Each rule that never held says why, in the order the service decides:
+// no reading, then the threshold, then the area, then the window.
+TEST(Replay, RulesThatNeverHeldSayWhy) {
+    ReplayArgs a;
+    a.rules = authortest::writeTemp(
+        "quiet.json",
+        "{\"DUMMY100\": [{\"ID\": 1, \"SPEED\": {\"GT\": 10.0}},"
+        " {\"ID\": 2, \"SPEED\": {\"GT\": 100.0}},"
+        " {\"ID\": 3, \"HDTEMP\": {\"GT\": 50.0}},"
+        " {\"ID\": 4, \"SPEED\": {\"GT\": 10.0}, \"STARTIME\": \"0/0/0 01:00:00\","
+        "  \"ENDTIME\": \"0/0/0 02:00:00\"},"
+        " {\"ID\": 5, \"SPEED\": {\"GT\": 10.0}}],"
+        " \"RECT100\": [{\"ID\": 5}]}");
+    a.scenario = authortest::writeTemp("s.scn", "0 speed 70 mph\n");
+    ReplayResult r = replay(a);
+    std::map<uint32_t, std::string> why;
+    for (const ReplayResult::Quiet& q : r.neverHeld) why[q.id] = q.why;
+    EXPECT_EQ(why.count(1), 0u);
+    EXPECT_EQ(why[2], "threshold never crossed: SPEED GT 100.0 never held (it stayed at 70.0)");
+    EXPECT_EQ(why[3], "no reading: HDTEMP never had a value");
+    EXPECT_EQ(why[4].compare(0, 41, "window: the daily window 01:00:00 to 02:0"), 0) << why[4];
+    EXPECT_EQ(why[5], "area: the vehicle was outside area 5 whenever its triggers held");
+    std::string svg = timelineSvg(r);
+    size_t mark = svg.find("class=\"no-reading-label\"");  // in HDTEMP's lane alone
+    EXPECT_NE(mark, std::string::npos);
+    EXPECT_EQ(mark, svg.rfind("class=\"no-reading-label\""));
+    ASSERT_EQ(r.warnings.size(), 1u);
+    EXPECT_EQ(r.warnings[0].find("HDTEMP (rule 3) never had a value: the "), 0u)
+        << r.warnings[0];
+}
+
+// Events the input never gives a value: a J1939 event without a table, the
+// speed from a CAN log alone. A strict replay fails on them.
+TEST(Replay, WarnsOfEventsTheInputNeverGives) {
+    std::string rules = authortest::writeTemp(
+        "r.json", "[{\"ID\": 1, \"J19391\": {\"GT\": 30.0}}, {\"ID\": 2, \"SPEED\": "
+                  "{\"GT\": 60.0}}, {\"ID\": 3, \"J19391\": {\"LT\": 10.0}}]");
+    ReplayArgs a;
+    a.rules = rules;
+    a.can = kData + "/traps.log";
+    ReplayResult r = replay(a);
+    ASSERT_EQ(r.warnings.size(), 2u);
+    EXPECT_NE(r.warnings[0].find("SPEED (rule 2) never had a value: the speed comes in its own "
+                                 "message (6777), not from CAN"),
+              std::string::npos)
+        << r.warnings[0];
+    EXPECT_NE(r.warnings[1].find("J19391 (rules 1 and 3) never had a value: no J1939 table"),
+              std::string::npos)
+        << r.warnings[1];
+
+    std::string out;
+    EXPECT_EQ(authortest::runAuthor("replay " + rules + " --can " + a.can, out), 0) << out;
+    EXPECT_NE(out.find("warning: SPEED (rule 2)"), std::string::npos) << out;
+    EXPECT_EQ(authortest::runAuthor("replay " + rules + " --can " + a.can + " --strict", out), 1);
+}
+
+// 200 alerts rising at once take the service 200 x 50 ms of log writing:
+// the replay says they were reported late, and that all still run at the end.
+TEST(Replay, ReportsLateAlertsAndThoseStillRunningAtTheEnd) {
+    std::string rules = "[";
+    for (int i = 1; i <= 200; ++i)
+        rules += std::string(i > 1 ? "," : "") + "{\"ID\": " + std::to_string(i) +
+                 ", \"SPEED\": {\"GT\": 10.0}}";
+    ReplayArgs a;
+    a.rules = authortest::writeTemp("many.json", rules + "]");
+    a.scenario = authortest::writeTemp("s.scn", "0 speed 70 mph\n");
+    ReplayResult r = replay(a);
+    EXPECT_EQ(r.runningAtEnd.size(), 200u);
+    EXPECT_TRUE(r.unreportedAtEnd.empty());
+    ASSERT_EQ(r.warnings.size(), 1u);
+    EXPECT_NE(r.warnings[0].find("alerts 1, 2, 3, 4, 5 and 195 more: reported up to 10.0 s "
+                                 "after ATLEAST was reached"),
+              std::string::npos)
+        << r.warnings[0];
 }
 
 TEST(Replay, TimelineHasOneGroupPerRuleAndIsWellFormed) {
-    ReplayResult r = road("19:00:00");
+    ReplayResult r = road("12:00:00");
     std::string svg = timelineSvg(r);
     ASSERT_EQ(svg.compare(0, 5, "<svg "), 0);
-    auto count = [&](const char* piece) {
+    auto count = [](const std::string& in, const char* piece) {
         size_t n = 0;
-        for (size_t at = svg.find(piece); at != std::string::npos; at = svg.find(piece, at + 1))
+        for (size_t at = in.find(piece); at != std::string::npos; at = in.find(piece, at + 1))
             ++n;
         return n;
     };
-    const size_t groups = count("<g class=\"rule\"");
-    EXPECT_EQ(groups, r.rules.size());
-    EXPECT_EQ(groups, 9u);
+    // The rule's group: from its opening to the next one, or to the axis.
+    auto group = [&](uint32_t id) {
+        size_t first = svg.find("data-alert=\"" + std::to_string(id) + "\"");
+        size_t next = svg.find("<g class=\"rule\"", first);
+        if (next == std::string::npos) next = svg.find("<g class=\"axis\"");
+        return first == std::string::npos ? std::string() : svg.substr(first, next - first);
+    };
+    EXPECT_EQ(count(svg, "<g class=\"rule\""), 9u);
+    EXPECT_EQ(count(svg, "<svg"), 1u);
+    EXPECT_EQ(count(svg, "</svg>"), 1u);
+    EXPECT_EQ(count(svg, "<g "), count(svg, "</g>"));
+    EXPECT_EQ(count(svg, "<text"), count(svg, "</text>"));
+    EXPECT_EQ(count(svg, "class=\"title\""), 1u);
+    EXPECT_EQ(count(svg, "<g class=\"legend\""), 1u);
+    EXPECT_EQ(count(svg, "class=\"axis-title\""), 1u);
 
-    // One root, and every group closes.
-    EXPECT_EQ(count("<svg"), 1u);
-    EXPECT_EQ(count("</svg>"), 1u);
-    EXPECT_EQ(count("<g "), count("</g>"));
-    // The speeding rule's group shows it holding, then running.
-    size_t first = svg.find("data-alert=\"7\"");
-    size_t next = svg.find("<g class=\"rule\"", first);
-    std::string group = svg.substr(first, next - first);
-    EXPECT_NE(group.find("class=\"holding\""), std::string::npos);
-    EXPECT_NE(group.find("class=\"running\""), std::string::npos);
-    EXPECT_NE(group.find("SPEED GT 60.0"), std::string::npos);
+    struct Expect {
+        uint32_t id;
+        const char* piece;  // in the rule's group
+    } expects[] = {
+        {7, "class=\"holding\""},        {7, "class=\"running\""},
+        {7, ">SPEED</text>"},              {7, ">GT 60.0 mph</text>"},
+        {7, "class=\"unit\""},            {7, "class=\"threshold-label\""},
+        {11, "class=\"no-reading\""},     // no accelerometer reading before 16 s
+        {40, "class=\"window-closed\""},  {40, ">daily window 19:00:00 to 23:59:59</text>"},
+        {60, "class=\"outside-area\""},
+    };
+    for (const Expect& e : expects)
+        EXPECT_NE(group(e.id).find(e.piece), std::string::npos) << e.id << " " << e.piece;
+    // Every trigger lane has its value scale.
+    size_t lanes = 0;
+    for (const RuleTrace& rule : r.rules) lanes += rule.triggers.size();
+    EXPECT_EQ(count(svg, "<g class=\"scale\""), lanes);
+    EXPECT_EQ(group(7).find("class=\"window-closed\""), std::string::npos);
 }
 
 // Engine speed above 1500 rpm, and a wheel speed above 200 km/h that no
@@ -165,6 +261,10 @@ TEST(Replay, TruckTraceGivesTheSameEpisodesInBothCandumpForms) {
     for (const Episode& e : episodes[90]) EXPECT_GE(e.rose - e.heldSince, 2.0);
     EXPECT_FALSE(episodes[93].empty());
     EXPECT_GT(r.duration, 30.0);
+    // J1939 lanes as the table names their rows, with the table's units.
+    std::string svg = timelineSvg(r);
+    EXPECT_NE(svg.find(">engine_speed</text>"), std::string::npos);
+    EXPECT_NE(svg.find(">J19391 GT 1500.0 rpm</text>"), std::string::npos);
 
     ASSERT_EQ(again.records.size(), r.records.size());
     for (size_t i = 0; i < r.records.size(); ++i) {

@@ -71,6 +71,9 @@ TEST_F(Tools, LintAndReplayAreZelAuthorsBesideZelctl) {
     // Beside it, the same answers as zel-author's own, but for the time a replay took.
     const std::string bin = ZELCTL_BIN, author = bin.substr(0, bin.rfind('/')) + "/zel-author";
     if (access(author.c_str(), X_OK) != 0) GTEST_SKIP() << "zel-author is not built";
+    // Their usage, through zelctl's help, on stdout with exit 0.
+    EXPECT_TRUE(Has(Run({ZELCTL_BIN, "help", "lint"}, 0), "--fail-on warning|error"));
+    EXPECT_TRUE(Has(Run({ZELCTL_BIN, "help", "replay"}, 0), "--strict"));
     for (const char* sub : {"lint", "replay"}) {
         auto [code, text] = RunToEnd({ZELCTL_BIN, sub, ZEL_RULES_EXAMPLE}, m_dir.Path("a"));
         auto [directCode, direct] = RunToEnd({author, sub, ZEL_RULES_EXAMPLE}, m_dir.Path("b"));

@@ -222,6 +222,8 @@ const char* const kUsage =
 
 }  // namespace
 
+void backtestUsage(FILE* out) { fputs(kUsage, out); }
+
 int backtestMain(int argc, char** argv) {
     for (int i = 0; i < argc; ++i)
         if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {

@@ -9,6 +9,7 @@
 #define ZELAUTHOR_BACKTEST_H
 
 #include <stdint.h>
+#include <stdio.h>
 
 #include <set>
 #include <string>
@@ -34,6 +35,8 @@ struct DriveResult {
 
 // The `backtest` subcommand: arguments behind "backtest". 0 done, 2 an
 // argument, the rule set or a drive unusable.
+void backtestUsage(FILE* out);
+// The arguments behind the subcommand's name.
 int backtestMain(int argc, char** argv);
 
 }  // namespace zelauthor

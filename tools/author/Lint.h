@@ -25,9 +25,9 @@ struct LintArgs {
     std::string can;    // optional; needs the table
 };
 
-// Lints every input. Returns kClean or kFound with `out` filled, or the
-// status of an input that could not be used, with `error` saying what and
-// where.
+// Lints every input. Returns kClean or kFound with `out` filled, or
+// kUnreadable for an input that could not be used, with `error` saying what
+// and where.
 Status runLint(const LintArgs& args, Findings& out, std::string& error);
 
 // The checks of the rules alone; `table` may be null. Collects the GT

@@ -21,6 +21,7 @@
 #include "Scenario.h"
 #include "SignalRecords.h"
 #include "SignalTable.h"
+#include "ReplayWatch.h"
 #include "TableLint.h"
 #include "Timeline.h"
 
@@ -65,7 +66,8 @@ bool readable(const std::string& path, std::string& error) {
     return true;
 }
 
-Status tableStep(const std::string& path, Steps& steps, std::string& error) {
+Status tableStep(const std::string& path, Steps& steps, std::vector<RowName>& names,
+                 std::string& error) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         error = path + ": " + strerror(errno);
@@ -82,10 +84,13 @@ Status tableStep(const std::string& path, Steps& steps, std::string& error) {
         std::istringstream csv(data);
         std::vector<zelj1939::SignalRow> rows;
         if (!zelj1939::parseSignalTable(csv, rows, error)) {
-            error = path + ": " + error;
-            return kFound;
+            // "line N: what" as "PATH:N: what", as lint names it.
+            error = error.compare(0, 5, "line ") == 0 ? path + ":" + error.substr(5)
+                                                      : path + ": " + error;
+            return kUnreadable;
         }
         s.payload = zelj1939::buildTablePayload(rows);
+        for (const zelj1939::SignalRow& r : rows) names.push_back(RowName{r.name, r.unit});
     }
     steps.push_back(s);
     return kClean;
@@ -107,15 +112,16 @@ Status canSteps(const std::string& path, Steps& steps, std::string& error) {
     return kClean;
 }
 
-Status loadSteps(const ReplayArgs& args, Steps& steps, std::string& error) {
+Status loadSteps(const ReplayArgs& args, Steps& steps, std::vector<RowName>& names,
+                 std::string& error) {
     if (!args.table.empty()) {
-        Status s = tableStep(args.table, steps, error);
+        Status s = tableStep(args.table, steps, names, error);
         if (s != kClean) return s;
     }
     if (!args.scenario.empty()) {
         if (!readable(args.scenario, error)) return kUnreadable;
         Steps scenario;
-        if (!zelscenario::loadScenario(args.scenario, scenario, error)) return kFound;
+        if (!zelscenario::loadScenario(args.scenario, scenario, error)) return kUnreadable;
         steps.insert(steps.end(), scenario.begin(), scenario.end());
     }
     if (!args.can.empty()) {
@@ -155,25 +161,6 @@ std::set<uint32_t> insideAreas(const Steps& steps, double upTo) {
             inside.erase(id);
     }
     return inside;
-}
-
-// A trigger's signal as the pass would read it: NaN while it has no value.
-double eventValue(CAlertZelManage& svc, uint32_t event) {
-    double v = NAN;
-    if (!svc.isEventValid(event)) return NAN;
-    if (event == 8) return svc.panicValue(v) ? v : NAN;
-    if (event >= 34 && event <= 97) return svc.m_J1939Value.find(event - 34, v) ? v : NAN;
-    return svc.familyValue(event);
-}
-
-void track(std::vector<Span>& spans, bool on, double t) {
-    bool open = !spans.empty() && spans.back().to < 0;
-    if (on && !open) spans.push_back(Span{t, -1});
-    if (!on && open) spans.back().to = t;
-}
-
-void closeSpans(std::vector<Span>& spans, double t) {
-    if (!spans.empty() && spans.back().to < 0) spans.back().to = t;
 }
 
 std::string clockText(const Common::_datetime_& d) {
@@ -244,13 +231,20 @@ Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) 
     int clock[6] = {2026, 3, 5, 12, 0, 0};
     if (!args.clock.empty() && !parseClock(args.clock, clock)) {
         error = "--clock " + args.clock + ": expected HH:MM:SS or YYYY/MM/DD HH:MM:SS";
-        return kFound;
+        return kUnreadable;
+    }
+    if (args.until > kMaxUntil) {
+        error = "--until " + std::to_string(static_cast<long long>(args.until)) +
+                ": a replay runs at most " + std::to_string(static_cast<long>(kMaxUntil)) +
+                " s of device time";
+        return kUnreadable;
     }
     Steps steps;
-    s = loadSteps(args, steps, error);
+    s = loadSteps(args, steps, out.j1939Rows, error);
     if (s != kClean) return s;
     out.steps = steps.size();
     double end = args.until >= 0 ? args.until : (steps.empty() ? 0 : steps.back().at) + kTailSeconds;
+    end = std::min(end, kMaxUntil);
 
     harness::Harness h;
     h.setDeviceTime(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
@@ -295,13 +289,7 @@ Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) 
     out.clockAtZero = clockText(now);
     out.deviceZero = utcOf(&now.year);
 
-    for (const ZelAlertPara_t& p : svc.m_ParaList) {
-        RuleTrace r;
-        r.id = p.alertID;
-        for (const sInputTrigger& t : p.triggers)
-            r.triggers.push_back(RuleTrace::Trigger{t.Event, static_cast<int>(t.Type), t.Value, {}});
-        out.rules.push_back(r);
-    }
+    PassWatch watch(svc, out);
 
     size_t next = 0;
     h.clearSent();
@@ -321,22 +309,15 @@ Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) 
                 decodeAlertList(m.payload, (m.atUs - zeroUs) / 1e6, out.records);
         h.clearSent();
         h.clearLines();
-        size_t i = 0;
-        for (const ZelAlertPara_t& p : svc.m_ParaList) {
-            if (i >= out.rules.size()) break;
-            RuleTrace& r = out.rules[i++];
-            track(r.running, p.bState, t);
-            track(r.holding, p.bConditionMet && !p.bState, t);
-            for (RuleTrace::Trigger& trig : r.triggers)
-                trig.samples.push_back(std::make_pair(t, eventValue(svc, trig.event)));
-        }
+        watch.afterPass(t);
     }
     out.duration = t;
-    for (RuleTrace& r : out.rules) {
-        closeSpans(r.running, t);
-        closeSpans(r.holding, t);
-    }
     out.episodes = episodesOf(out.records, out.deviceZero);
+    ReplayInputs inputs;
+    inputs.table = !args.table.empty();
+    inputs.scenario = !args.scenario.empty();
+    inputs.can = !args.can.empty();
+    watch.finish(t, inputs);
     for (const auto& day : storage.logs()) out.logFrames += day.second.size();
     h.stop();
     out.realSeconds =
@@ -367,6 +348,23 @@ void printReplay(FILE* f, const ReplayResult& r) {
                 rec.ended ? "ended" : "began", 2000 + rec.time[0], rec.time[1], rec.time[2],
                 rec.time[3], rec.time[4], rec.time[5]);
     }
+    fprintf(f, "\nnever held:\n");
+    if (r.neverHeld.empty()) fprintf(f, "  none\n");
+    for (const ReplayResult::Quiet& q : r.neverHeld)
+        fprintf(f, "  alert %u: %s\n", q.id, q.why.c_str());
+    fprintf(f, "\nat the end (%.1f s): ", r.duration);
+    auto list = [&](const char* what, const std::vector<uint32_t>& ids) {
+        fprintf(f, "%zu %s", ids.size(), what);
+        for (size_t i = 0; i < ids.size() && i < 20; ++i) fprintf(f, "%s%u", i ? ", " : " (", ids[i]);
+        if (ids.size() > 20) fprintf(f, ", ...");
+        if (!ids.empty()) fprintf(f, ")");
+    };
+    list("running", r.runningAtEnd);
+    fprintf(f, ", ");
+    list("holding", r.holdingAtEnd);
+    fprintf(f, ", ");
+    list("not yet reported", r.unreportedAtEnd);
+    fprintf(f, "\n");
     fprintf(f, "\nlog: %zu frame%s; replayed in %.3f s\n", r.logFrames,
             r.logFrames == 1 ? "" : "s", r.realSeconds);
 }

@@ -35,6 +35,8 @@ struct ReplayArgs {
 };
 
 const double kTailSeconds = 3.0;
+// The longest run: 31 days of device time.
+const double kMaxUntil = 31 * 86400.0;
 
 // One message 3215 record.
 struct Record {
@@ -63,10 +65,21 @@ struct RuleTrace {
         uint32_t event;
         int type;  // 0 GT, 1 LT, 2 EQ
         double threshold;
-        std::vector<std::pair<double, double>> samples;  // (t, value); NaN: no value
+        std::string name;  // the event's name; a J1939 row's as the table names it
+        std::string unit;  // "" when unknown
+        // (t, value) where the value changes, and at the end; NaN: no value.
+        std::vector<std::pair<double, double>> samples;
     };
     std::vector<Trigger> triggers;
     std::vector<Span> holding, running;
+    std::string window;                    // "08:00:00 to 18:00:00", or "" for none
+    std::vector<Span> windowClosed;        // while the daily window is closed
+    std::vector<Span> outsideArea;         // while the vehicle is outside its area
+};
+
+// A J1939 table row as the table names it.
+struct RowName {
+    std::string name, unit;
 };
 
 struct ReplayResult {
@@ -79,6 +92,22 @@ struct ReplayResult {
     std::string clockAtZero;   // device clock at 0
     int64_t deviceZero = 0;    // the same as UTC seconds
     size_t logFrames = 0;      // frames the storage holds at the end
+    std::vector<RowName> j1939Rows;  // of the table given, by row
+
+    // Rules that never held, each with the reason: "no reading", "threshold
+    // never crossed", "window", "area".
+    struct Quiet {
+        uint32_t id;
+        std::string why;
+    };
+    std::vector<Quiet> neverHeld;
+    // Alerts running at the end, and those holding (conditions met, ATLEAST
+    // not yet reached), by id; and the running ones whose start no record
+    // has yet reported.
+    std::vector<uint32_t> runningAtEnd, holdingAtEnd, unreportedAtEnd;
+    // What the run could not show, with the likely cause: events a rule names
+    // that the input never gave a value, alerts not yet reported at the end.
+    std::vector<std::string> warnings;
 };
 
 Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error);

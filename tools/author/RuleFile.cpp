@@ -18,7 +18,15 @@ const Json::Value& RuleFile::rules() const {
 
 int RuleFile::lineOfOffset(ptrdiff_t offset) const {
     if (offset < 0 || static_cast<size_t>(offset) > text.size()) return 0;
-    return 1 + static_cast<int>(std::count(text.begin(), text.begin() + offset, '\n'));
+    if (lineStarts.empty()) {
+        lineStarts.push_back(0);
+        for (size_t i = 0; i < text.size(); ++i)
+            if (text[i] == '\n') lineStarts.push_back(i + 1);
+    }
+    // The line is the number of line starts at or before the offset.
+    return static_cast<int>(std::upper_bound(lineStarts.begin(), lineStarts.end(),
+                                             static_cast<size_t>(offset)) -
+                            lineStarts.begin());
 }
 
 int RuleFile::lineOf(const Json::Value& v) const { return lineOfOffset(v.getOffsetStart()); }
@@ -40,7 +48,7 @@ Status loadRuleFile(const std::string& path, RuleFile& out, std::string& error) 
             error = path + ":" + std::to_string(out.lineOfOffset(why.offset)) + ": " + why.first;
         else
             error = path + ": not valid JSON";
-        return kFound;
+        return kUnreadable;
     }
 
     // Read through a const reference: operator[] on a mutable value would
@@ -64,7 +72,7 @@ Status loadRuleFile(const std::string& path, RuleFile& out, std::string& error) 
         error = path + ":" + std::to_string(out.lineOf(out.root)) +
                 ": a rule set is an object with a \"DUMMY100\" array (or a pushed "
                 "command's \"DUMMY\" array), or an array of rules";
-        return kFound;
+        return kUnreadable;
     }
     for (const char* key : kSetAreaKeys)
         if (!set.isMember(key)) set[key] = Json::Value(Json::arrayValue);

@@ -13,6 +13,7 @@
 #define ZELAUTHOR_RULEFILE_H
 
 #include <string>
+#include <vector>
 
 #include <json/json.h>
 
@@ -38,10 +39,14 @@ struct RuleFile {
     int lineOfOffset(ptrdiff_t offset) const;
     // "path:line".
     std::string at(const Json::Value& v) const;
+
+    // Offsets where each line begins, built on the first lookup, so that a
+    // lookup costs a binary search, not a count through the text.
+    mutable std::vector<size_t> lineStarts;
 };
 
-// Reads and parses `path`. On failure returns kFound (refused: not JSON or
-// not a rule set) or kUnreadable, with `error` saying what and where.
+// Reads and parses `path`. On failure (unreadable, not JSON, not a rule set)
+// returns kUnreadable with `error` saying what and where.
 Status loadRuleFile(const std::string& path, RuleFile& out, std::string& error);
 
 // The whole-set text that replay delivers.

@@ -11,6 +11,7 @@
 #include "Harness.h"
 #include "Lint.h"
 #include "MessageIds.h"
+#include "PlatformRules.h"
 #include "RuleLintInternal.h"
 
 namespace zelauthor {
@@ -74,16 +75,19 @@ bool idOf(CAlertZelManage& service, const Json::Value& v, unsigned int& id) {
     return v.isObject() && service.GetJsonID(v, id);
 }
 
-// What the service made of one rule alone: its parser, on a set of one.
-bool parseAlone(harness::Harness& h, const Json::Value& rule, ZelAlertPara_t& parsed) {
+// What the service's parser made of `rules` (objects only), delivered as one
+// whole set: one entry for each rule it keeps, those with a usable id, in
+// their order. The rules go in chunks, so that the copy stays small.
+void parseChunk(harness::Harness& h, const std::vector<const Json::Value*>& rules,
+                std::vector<ZelAlertPara_t>& parsed) {
     Json::Value set(Json::objectValue);
-    set["DUMMY100"].append(rule);
+    Json::Value& list = set["DUMMY100"] = Json::Value(Json::arrayValue);
+    for (const Json::Value* rule : rules) list.append(*rule);
     h.service().m_ParaList.clear();
     h.clearLines();
     h.deliver(zel::kMsgPlatformRuleReply, harness::textBytes(jsonText(set)));
-    if (h.service().m_ParaList.empty()) return false;
-    parsed = h.service().m_ParaList.front();
-    return true;
+    h.clearSent();
+    parsed.assign(h.service().m_ParaList.begin(), h.service().m_ParaList.end());
 }
 
 void lintSetKeys(const RuleFile& file, Findings& out) {
@@ -172,6 +176,29 @@ void lintAreas(RuleCheck& c, const std::set<unsigned int>& ids) {
     }
 }
 
+// The whole set, or the pushed command, as the platform puts it on the bus:
+// one message, which carries at most platformpeer::kMaxPayload bytes.
+void lintSize(const RuleFile& file, Findings& out) {
+    size_t size = 0;
+    const char* as = "the rule set the platform sends the service";
+    if (file.commandForm) {
+        Json::Value msg = file.root;
+        msg["SOURCE"] = platformpeer::kSource;
+        msg["CMD"] = platformpeer::kCmdAdd;
+        size = platformpeer::toText(msg).size();
+        as = "the command the platform sends";
+    } else {
+        size = platformpeer::toText(file.wholeSet).size();
+    }
+    if (size <= platformpeer::kMaxPayload) return;
+    addFinding(out, "SET", "too-big",
+               format("%s is %zu bytes, more than the %zu of one bus message: zelctl rules "
+                      "push and the platform refuse it, and the service never gets it",
+                      as, size, platformpeer::kMaxPayload),
+               "the whole set reaches the service in one message: drop rules, or shorten "
+               "them (no spaces, no keys the service ignores)");
+}
+
 }  // namespace
 
 std::string suggestKey(const std::string& key) {
@@ -228,7 +255,18 @@ void lintRules(const RuleFile& file, const J1939Table* table, Findings& out,
     const char* arrayKey = file.commandForm ? "DUMMY" : "DUMMY100";
     std::map<unsigned int, int> firstLine;  // id -> line of its first rule
     std::set<unsigned int> ids;
+    const Json::ArrayIndex kChunk = 1024;
+    std::vector<const Json::Value*> chunk;
+    std::vector<ZelAlertPara_t> parsedChunk;
+    size_t parsedNext = 0;  // the entry of m_ParaList the next kept rule has
     for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
+        if (i % kChunk == 0) {
+            chunk.clear();
+            for (Json::ArrayIndex j = i; j < rules.size() && j < i + kChunk; ++j)
+                if (rules[j].isObject()) chunk.push_back(&rules[j]);
+            parseChunk(h, chunk, parsedChunk);
+            parsedNext = 0;
+        }
         const Json::Value& rule = rules[i];
         std::string at = file.at(rule);
         std::string index = format("RULE %s[%u]", arrayKey, i);
@@ -279,8 +317,8 @@ void lintRules(const RuleFile& file, const J1939Table* table, Findings& out,
                        "write whole seconds, such as \"ATLEAST\": 5");
         }
 
-        ZelAlertPara_t parsed;
-        if (!parseAlone(h, rule, parsed)) continue;
+        if (parsedNext >= parsedChunk.size() || parsedChunk[parsedNext].alertID != id) continue;
+        const ZelAlertPara_t& parsed = parsedChunk[parsedNext++];
         lintTriggers(c, rule, parsed, where);
         if (parsed.triggers.empty()) {
             addFinding(out, where, "no-triggers",
@@ -309,13 +347,14 @@ Status runLint(const LintArgs& args, Findings& out, std::string& error) {
     if (!args.can.empty()) {
         if (args.table.empty()) {
             error = args.can + ": a CAN log is checked against a J1939 table: add --j1939";
-            return kFound;
+            return kUnreadable;
         }
         s = loadCanLog(args.can, frames, error);
         if (s != kClean) return s;
     }
     std::vector<RowUse> uses;
     lintRules(file, args.table.empty() ? NULL : &table, out, uses);
+    lintSize(file, out);
     if (!args.table.empty()) lintTable(table, out);
     if (!frames.empty()) lintCan(table, frames, uses, out);
     return out.empty() ? kClean : kFound;

@@ -419,20 +419,24 @@ bool writeJunit(const std::string& path, const std::vector<CaseResult>& results,
     return true;
 }
 
+void testUsage(FILE* out) {
+    fprintf(out, "usage: zel-author test TESTS.json... [--junit REPORT.xml]\n"
+            "\n"
+            "Runs each case of each test file through the service's own code and\n"
+            "checks the alerts it raises against the case's expectations. One line\n"
+            "per case; a failure lists what was expected against what was seen.\n"
+            "--junit writes a JUnit XML report.\n"
+            "\n"
+            "exit status: 0 every case passed; 1 a case failed; 2 a file is unusable.\n");
+}
+
 int testMain(int argc, char** argv) {
     std::vector<std::string> files;
     std::string junit;
     for (int i = 0; i < argc; ++i) {
         std::string a = argv[i];
         if (a == "--help" || a == "-h") {
-            printf("usage: zel-author test TESTS.json... [--junit REPORT.xml]\n"
-                   "\n"
-                   "Runs each case of each test file through the service's own code and\n"
-                   "checks the alerts it raises against the case's expectations. One line\n"
-                   "per case; a failure lists what was expected against what was seen.\n"
-                   "--junit writes a JUnit XML report.\n"
-                   "\n"
-                   "exit status: 0 every case passed; 1 a case failed; 2 a file is unusable.\n");
+            testUsage(stdout);
             return 0;
         }
         if (a == "--junit") {

@@ -48,6 +48,8 @@ bool writeJunit(const std::string& path, const std::vector<CaseResult>& results,
 
 // The `test` subcommand: arguments behind "test". 0 all passed, 1 a case
 // failed, 2 a file was unusable or the arguments wrong.
+void testUsage(FILE* out);
+// The arguments behind the subcommand's name.
 int testMain(int argc, char** argv);
 
 }  // namespace zelauthor

@@ -37,7 +37,7 @@ Status loadCsv(const std::string& path, std::istream& in, J1939Table& out, std::
     if (!zelj1939::parseSignalTable(in, rows, error, zelj1939::kSyntaxOnly)) {
         if (error.compare(0, 5, "line ") == 0) error = path + ":" + error.substr(5);
         else error = path + ": " + error;
-        return kFound;
+        return kUnreadable;
     }
     for (const zelj1939::SignalRow& r : rows) {
         TableRow row;
@@ -105,7 +105,16 @@ Status loadTable(const std::string& path, J1939Table& out, std::string& error) {
     }
     if (zelj1939::isTablePayload(data)) return loadBinary(data, out);
     std::istringstream text(data);
-    return loadCsv(path, text, out, error);
+    Status s = loadCsv(path, text, out, error);
+    if (s != kClean) return s;
+    std::istringstream again(data);
+    std::vector<zelj1939::SignalRow> rows;
+    if (!zelj1939::parseSignalTable(again, rows, out.refused)) {
+        if (out.refused.empty()) out.refused = "refused";
+    } else {
+        out.refused.clear();
+    }
+    return kClean;
 }
 
 Status loadCanLog(const std::string& path, std::vector<zelj1939::CanFrame>& frames,
@@ -121,7 +130,7 @@ Status loadCanLog(const std::string& path, std::vector<zelj1939::CanFrame>& fram
         error = path + ": read error";
         return kUnreadable;
     }
-    return read ? kClean : kFound;
+    return read ? kClean : kUnreadable;
 }
 
 double decodeRow(const TableRow& row, uint64_t data, uint64_t& raw) {
@@ -149,6 +158,20 @@ const char* specialValue(uint64_t raw, int32_t length) {
 
 void lintTable(const J1939Table& table, Findings& out) {
     const bool csv = !table.binary;
+    if (!table.refused.empty()) {
+        int line = 0;
+        sscanf(table.refused.c_str(), "line %d", &line);
+        std::string where = "TABLE";
+        for (size_t r = 0; r < table.rows.size(); ++r)
+            if (table.rows[r].line == line) where = fmt("TABLE row %zu", r);
+        std::string at = table.refused.compare(0, 5, "line ") == 0
+                             ? table.path + ":" + table.refused.substr(5)
+                             : table.path + ": " + table.refused;
+        addFinding(out, where, "table-refused",
+                   "zel-j1939-table, zelctl table, replay and the player refuse this table: " +
+                       at,
+                   "they read a table whole or not at all: fix this line");
+    }
     for (size_t r = 0; r < table.rows.size(); ++r) {
         const TableRow& row = table.rows[r];
         std::string where = fmt("TABLE row %zu", r);
@@ -291,6 +314,8 @@ void lintCan(const J1939Table& table, const std::vector<zelj1939::CanFrame>& fra
             s.lo = std::min(s.lo, v);
             s.hi = std::max(s.hi, v);
         }
+        bool used = false;
+        for (const RowUse& use : uses) used = used || use.row == r;
         if (sources.size() > 1) {
             addFinding(out, where, "several-sources",
                        fmt("%zu source addresses send this group, and all feed %s: ",
@@ -299,9 +324,10 @@ void lintCan(const J1939Table& table, const std::vector<zelj1939::CanFrame>& fra
                        "the service doesn't match the source address, so the row's value "
                        "alternates between senders; make sure they agree, or don't build a "
                        "rule on this row");
+            if (!used) out.back().severity = kNote;
         }
         for (const RowUse& use : uses) {
-            if (use.row != r) continue;
+            if (use.row != r || !use.gt) continue;
             for (const auto& entry : specials) {
                 double v = entry.second.second.second;
                 if (!(v > use.threshold)) continue;

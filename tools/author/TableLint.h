@@ -38,6 +38,10 @@ struct J1939Table {
     std::string path;
     bool binary = false;
     std::vector<TableRow> rows;  // a CSV may hold more than the 64 that fit
+    // Why the table's reader with the service's ranges refuses the CSV, as
+    // zel-j1939-table, replay and the player say it ("line N: what"); empty
+    // when they take it.
+    std::string refused;
 
     // The row a frame of group `pgn` feeds: the first counting row of that
     // group among rows 0..63, or -1.
@@ -46,17 +50,19 @@ struct J1939Table {
 
 Status loadTable(const std::string& path, J1939Table& out, std::string& error);
 
-// A GT trigger of a rule on event J1939n.
+// A trigger of a rule on event J1939n.
 struct RowUse {
     uint32_t row;
     double threshold;
     std::string rule;  // "rule 31"
+    bool gt;           // a GT trigger, which J1939's codes for missing values pass
 };
 
 Status loadCanLog(const std::string& path, std::vector<zelj1939::CanFrame>& frames,
                   std::string& error);
 
 void lintTable(const J1939Table& table, Findings& out);
+// CAN findings on a row that no rule reads are notes.
 void lintCan(const J1939Table& table, const std::vector<zelj1939::CanFrame>& frames,
              const std::vector<RowUse>& uses, Findings& out);
 

@@ -48,7 +48,7 @@ void lintJ1939(RuleCheck& c, const std::string& where, const std::string& at,
                const sInputTrigger& t) {
     uint32_t row = t.Event - kFirstJ1939;
     const char* name = EVENT_NAME[t.Event].c_str();
-    if (t.Type == GT) c.uses.push_back(RowUse{row, t.Value, "rule " + where.substr(5)});
+    c.uses.push_back(RowUse{row, t.Value, "rule " + where.substr(5), t.Type == GT});
     if (c.table == NULL) return;
     const J1939Table& table = *c.table;
     std::string problem;
@@ -110,7 +110,11 @@ void lintTriggers(RuleCheck& c, const Json::Value& rule, const ZelAlertPara_t& p
         for (const sInputTrigger& each : parsed.triggers)
             if (each.Event == k) t = &each;
         if (t == NULL) continue;
-        bool defaulted = c.h.countLines(format("EventName[%u] not GT LT EQ \n", k)) > 0;
+        // The service's accessors, in its order: none usable, and it takes GT 0.0.
+        double ignored = 0;
+        bool defaulted = !c.service.GetJsonGT(event, ignored) &&
+                         !c.service.GetJsonLT(event, ignored) &&
+                         !c.service.GetJsonEQ(event, ignored);
         std::string taken =
             defaulted ? format("the trigger reads as GT 0.0 (the service logs \"EventName[%u] "
                                "not GT LT EQ\")",
