@@ -21,6 +21,10 @@ const Subcommand kSubcommands[] = {
      lintCommand},
     {"replay", "run the service's code over a scenario or CAN log on a virtual clock",
      replayUsage, replayCommand},
+    {"test", "run a rule set's unit tests: input steps and the alerts expected", testUsage,
+     [](int argc, char** argv) { return testMain(argc - 1, argv + 1); }},
+    {"backtest", "run a rule set over many drives in parallel; --diff against another",
+     backtestUsage, [](int argc, char** argv) { return backtestMain(argc - 1, argv + 1); }},
 };
 
 const Subcommand* find(const char* name) {
@@ -34,7 +38,8 @@ void printUsage(FILE* out) {
                  "       zel-author help SUBCOMMAND | --help | --version\n\n");
     for (const Subcommand& s : kSubcommands) fprintf(out, "  %-8s %s\n", s.name, s.summary);
     fprintf(out,
-            "\nexit status: 0 done; 1 findings (lint) or warnings of a --strict replay;\n"
+            "\nexit status: 0 done; 1 findings (lint), a failed case (test) or warnings of\n"
+            "             a --strict replay;\n"
             "             2 a usage error or an input that could not be used.\n"
             "`zel-author help SUBCOMMAND` tells more.\n");
 }
