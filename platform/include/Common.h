@@ -48,7 +48,7 @@ struct _datetime_ {
 // registration.
 class CMsgCallback {
 public:
-    virtual ~CMsgCallback() {}
+    virtual ~CMsgCallback() = default;
     virtual void Invoke(const char* msg, int len) = 0;
 };
 
@@ -122,10 +122,10 @@ public:
     virtual int PostExitThread();
     int Start(int flags);
     int Stop();
+    CThread(const CThread&) = delete;
+    CThread& operator=(const CThread&) = delete;
 
 private:
-    CThread(const CThread&);
-    CThread& operator=(const CThread&);
     void* m_impl;
 };
 
@@ -134,7 +134,7 @@ private:
 // What a host holds of a loaded service: it can only destroy it.
 class CServiceBase {
 public:
-    virtual ~CServiceBase() {}
+    virtual ~CServiceBase() = default;
 };
 
 int Q7X_GetVichnNum();
