@@ -126,11 +126,11 @@ int AlertLogStore::openLog(uint8_t logType, bool create, uint64_t& length, int& 
             result = kIoError;
             return -1;
         }
-        uint64_t size = static_cast<uint64_t>(st.st_size);
+        uint64_t fileSize = static_cast<uint64_t>(st.st_size);
         uint8_t headBytes[kHeadSize];
         LogHead head;
         std::string damage;
-        if (size < kHeadSize || !readAll(fd, headBytes, kHeadSize, 0))
+        if (fileSize < kHeadSize || !readAll(fd, headBytes, kHeadSize, 0))
             damage = "shorter than its head";
         else if (!decodeHead(headBytes, head, damage))
             ;
@@ -150,19 +150,19 @@ int AlertLogStore::openLog(uint8_t logType, bool create, uint64_t& length, int& 
             m_notice("moved damaged log " + path + " aside (" + damage + ")");
             continue;
         }
-        uint64_t torn = (size - kHeadSize) % kFrameSize;
+        uint64_t torn = (fileSize - kHeadSize) % kFrameSize;
         if (torn != 0) {
-            if (ftruncate(fd, static_cast<off_t>(size - torn)) != 0 || fdatasync(fd) != 0) {
+            if (ftruncate(fd, static_cast<off_t>(fileSize - torn)) != 0 || fdatasync(fd) != 0) {
                 why = errnoText("cut a torn frame");
                 close(fd);
                 result = kIoError;
                 return -1;
             }
-            size -= torn;
+            fileSize -= torn;
             m_notice("cut a torn frame of " + std::to_string(torn) + " bytes from the end of " +
                      path);
         }
-        length = size;
+        length = fileSize;
         result = kStored;
         return fd;
     }

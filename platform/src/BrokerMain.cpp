@@ -32,6 +32,8 @@ int main(int argc, char** argv) {
     q7x::CBusBroker broker(q7x::ResolveBusPath(argc == 2 ? argv[1] : nullptr));
     if (broker.Open() != 0) return 1;
 
+    // main outlives every signal the handler sees.
+    // cppcheck-suppress danglingLifetime
     g_broker = &broker;
     struct sigaction sa = {};
     sa.sa_handler = OnSignal;
