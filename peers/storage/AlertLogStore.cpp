@@ -7,6 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <system_error>
+#include <utility>
+
 #include "ByteOrder.h"
 #include "LogFrame.h"
 
@@ -14,7 +17,7 @@ namespace zelstore {
 
 namespace {
 
-std::string errnoText(const char* what) { return std::string(what) + ": " + strerror(errno); }
+std::string errnoText(const char* what) { return std::string(what) + ": " + std::generic_category().message(errno); }
 
 bool writeAll(int fd, const uint8_t* data, size_t n, off_t at) {
     while (n > 0) {
@@ -47,9 +50,11 @@ int resultOfErrno() { return errno == ENOSPC || errno == EDQUOT ? kNoSpace : kIo
 
 }  // namespace
 
-AlertLogStore::AlertLogStore(const std::string& dir, Clock clock, Notice notice,
-                             const std::string& writer)
-    : m_dir(dir), m_clock(clock), m_notice(notice), m_writer(writer) {}
+AlertLogStore::AlertLogStore(std::string dir, Clock clock, Notice notice, std::string writer)
+    : m_dir(std::move(dir)),
+      m_clock(std::move(clock)),
+      m_notice(std::move(notice)),
+      m_writer(std::move(writer)) {}
 
 Day AlertLogStore::today() const { return dayOf(m_clock()); }
 
@@ -141,7 +146,7 @@ int AlertLogStore::openLog(uint8_t logType, bool create, uint64_t& length, int& 
             // Keep every damaged log a day may have: the first free name.
             std::string aside = path + ".damaged";
             for (int n = 1; n < 1000 && access(aside.c_str(), F_OK) == 0; ++n)
-                aside = path + ".damaged." + std::to_string(n);
+                aside.assign(path).append(".damaged.").append(std::to_string(n));
             if (rename(path.c_str(), aside.c_str()) != 0) {
                 why = errnoText("move a damaged log aside");
                 result = kIoError;
