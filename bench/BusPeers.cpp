@@ -27,6 +27,8 @@ std::string FreshPath(const std::string& tag) {
 
 class BareEndpoint : public Endpoint {
 public:
+    // The buffers are filled by recvmmsg and by Send before they are read.
+    // cppcheck-suppress uninitMemberVar
     explicit BareEndpoint(int fd) : m_fd(fd) {
         for (size_t i = 0; i < kBatch; ++i) {
             m_iov[i] = {m_rx + i * CBareRelay::kMaxRecord, CBareRelay::kMaxRecord};

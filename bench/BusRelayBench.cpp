@@ -90,6 +90,7 @@ struct Setup {
         relay = bench::StartRelay(kind, tag);
         sender = relay->Connect(1, reply ? (kId | q7x::kResponseBit) : 0);
         std::vector<std::unique_ptr<bench::Endpoint>> eps;
+        eps.reserve(receivers);
         for (int i = 0; i < receivers; ++i) eps.push_back(relay->Connect(2 + i, kId));
         ok = sender != nullptr && std::all_of(eps.begin(), eps.end(),
                                                [](const auto& e) { return e != nullptr; });

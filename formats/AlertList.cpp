@@ -11,7 +11,7 @@ namespace zelctl {
 bool decodeAlertList(const uint8_t* p, size_t n, std::vector<AlertRecord>& out,
                      std::string& why) {
     out.clear();
-    if (p == NULL || n < zel::kListHeadSize) {
+    if (p == nullptr || n < zel::kListHeadSize) {
         why = "a list needs 8 bytes of head, got " + std::to_string(n);
         return false;
     }

@@ -65,9 +65,9 @@ struct Day {
 Day dayOf(const Common::_datetime_& dt);
 
 struct LogHead {
-    uint8_t logType;
-    Day day;
-    uint8_t created[6];
+    uint8_t logType = 0;
+    Day day{};
+    uint8_t created[6] = {};
     std::string writer;
 };
 

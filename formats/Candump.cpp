@@ -44,7 +44,7 @@ bool parseByte(const char* p, uint8_t& out) {
 bool parseTime(const std::string& token, CanFrame& frame) {
     if (token.size() < 3 || token[0] != '(' || token[token.size() - 1] != ')') return false;
     std::string inner = token.substr(1, token.size() - 2);
-    char* end = NULL;
+    char* end = nullptr;
     frame.time = strtod(inner.c_str(), &end);
     return end != inner.c_str() && *end == '\0';
 }
@@ -93,7 +93,8 @@ bool parseCandumpLine(const std::string& line, CanFrame& frame) {
     memset(f.data, 0, sizeof f.data);
 
     std::istringstream in(line);
-    std::string timeToken, frameToken;
+    std::string timeToken;
+    std::string frameToken;
     if (!(in >> timeToken >> f.iface >> frameToken) || !parseTime(timeToken, f)) return false;
     bool ok = frameToken.find('#') != std::string::npos ? parseCompact(frameToken, f)
                                                         : parseSpaced(in, frameToken, f);

@@ -58,7 +58,7 @@ struct Cursor {
                                s[i] == '+' || s[i] == '.'))
             return false;
         const char* start = s.c_str() + i;
-        char* end = NULL;
+        char* end = nullptr;
         errno = 0;
         out = strtod(start, &end);
         if (end == start || errno != 0 || !std::isfinite(out)) return false;
@@ -101,8 +101,10 @@ size_t statementEnd(const std::string& text, size_t from) {
 bool parseSignal(const std::string& text, size_t from, int line, DbcSignal& sig,
                  std::string& error) {
     Cursor c(text, from);
-    unsigned long long start = 0, length = 0;
-    double lo = 0, hi = 0;
+    unsigned long long start = 0;
+    unsigned long long length = 0;
+    double lo = 0;
+    double hi = 0;
     if (!c.word(sig.name)) {
         error = lineError(line, "SG_ without a signal name");
         return false;
@@ -116,7 +118,8 @@ bool parseSignal(const std::string& text, size_t from, int line, DbcSignal& sig,
         error = lineError(line, "SG_ " + sig.name + ": expected ': START|LENGTH@ORDER'");
         return false;
     }
-    char order = text[c.i], sign = text[c.i + 1];
+    char order = text[c.i];
+    char sign = text[c.i + 1];
     c.i += 2;
     if ((order != '0' && order != '1') || (sign != '+' && sign != '-')) {
         error = lineError(line, "SG_ " + sig.name + ": byte order and sign are @0 or @1, + or -");
@@ -163,13 +166,13 @@ std::string shortest(double v) {
     char buf[40];
     for (int precision = 1; precision <= 17; ++precision) {
         snprintf(buf, sizeof buf, "%.*g", precision, v);
-        if (strtod(buf, NULL) == v) break;
+        if (strtod(buf, nullptr) == v) break;
     }
     return buf;
 }
 
 std::string csvField(const std::string& s) {
-    if (s.find_first_of(",\"\n\r") == std::string::npos && s == s.c_str()) return s;
+    if (s.find_first_of(",\"\n\r") == std::string::npos && s == s.c_str()) return s;  // NOLINT(readability-redundant-string-cstr): no NUL inside
     std::string out = "\"";
     for (char ch : s) {
         if (ch == '"') out += "\"\"";
@@ -192,7 +195,8 @@ bool parseDbc(const std::string& text, std::vector<DbcSignal>& out, std::string&
     out.clear();
     std::map<std::pair<uint32_t, std::string>, std::string> comments;
     std::map<std::pair<uint32_t, std::string>, int> valueTypes;
-    bool inMessage = false, inNamespace = false;
+    bool inMessage = false;
+    bool inNamespace = false;
     uint32_t messageId = 0;
     std::string messageName;
     size_t pos = 0;
@@ -248,7 +252,9 @@ bool parseDbc(const std::string& text, std::vector<DbcSignal>& out, std::string&
             }
             std::string statement = text.substr(pos, end - pos);
             Cursor c(statement, wordEnd);
-            std::string kind, name, note;
+            std::string kind;
+            std::string name;
+            std::string note;
             unsigned long long id = 0;
             if (key == "CM_" && c.word(kind) && kind == "SG_" && c.whole(id) && c.word(name) &&
                 c.text(note))
@@ -282,7 +288,8 @@ void dbcRows(const std::vector<DbcSignal>& signals, const std::vector<std::strin
     rows.clear();
     comments.clear();
     left.clear();
-    std::set<std::string> picked(pick.begin(), pick.end()), found;
+    std::set<std::string> picked(pick.begin(), pick.end());
+    std::set<std::string> found;
     for (const DbcSignal& s : signals) {
         if (!picked.empty() && !picked.count(s.name)) continue;
         found.insert(s.name);

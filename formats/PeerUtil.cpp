@@ -14,7 +14,7 @@ namespace peer {
 
 void say(const char* who, const char* fmt, ...) {
     struct timeval tv;
-    gettimeofday(&tv, NULL);
+    gettimeofday(&tv, nullptr);
     struct tm tm;
     localtime_r(&tv.tv_sec, &tm);
     char text[1024];

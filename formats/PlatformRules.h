@@ -30,7 +30,7 @@ const unsigned int kSource = 100;
 const unsigned int kCmdAdd = 1, kCmdDelete = 3, kCmdDeleteAll = 4, kCmdCover = 5;
 const unsigned int kCmdRuleSet = 8, kCmdAreaState = 11;
 // The bus carries at most this many payload bytes in one message.
-const size_t kMaxPayload = 128 * 1024;
+const size_t kMaxPayload = size_t{128} * 1024;
 // Fence state record (message 6689): u8 bit 0 inside at 0, u32 area id at 4.
 const size_t kFenceStateSize = 3352;
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <fstream>
 #include <sstream>
+#include <system_error>
 
 #include "ByteOrder.h"
 #include "Candump.h"
@@ -72,7 +73,7 @@ std::vector<std::string> splitWords(const std::string& line) {
 }
 
 ScenarioBuilder::ScenarioBuilder(const std::string& baseDir)
-    : m_baseDir(baseDir), m_inputWord(0), m_camera(IpcSetting_t::kSize, 0) {
+    : m_baseDir(baseDir), m_camera(IpcSetting_t::kSize, 0) {
     memset(m_motion, 0, sizeof m_motion);
 }
 
@@ -198,7 +199,7 @@ bool ScenarioBuilder::addCanTrace(double at, const Words& w, int line, std::vect
     const std::string path = resolve(w[1]);
     std::ifstream in(path.c_str());
     if (!in) {
-        error = "cantrace: cannot read " + path + ": " + strerror(errno);
+        error = "cantrace: cannot read " + path + ": " + std::generic_category().message(errno);
         return false;
     }
     std::vector<zelj1939::CanFrame> frames;
@@ -225,7 +226,7 @@ bool ScenarioBuilder::addTable(double at, const Words& w, int line, std::vector<
     const std::string path = resolve(w[1]);
     std::ifstream in(path.c_str());
     if (!in) {
-        error = "j1939table: cannot read " + path + ": " + strerror(errno);
+        error = "j1939table: cannot read " + path + ": " + std::generic_category().message(errno);
         return false;
     }
     std::vector<zelj1939::SignalRow> rows;
@@ -277,7 +278,7 @@ bool loadScenario(const std::string& path, std::vector<Step>& steps, std::string
     std::ifstream in(path.c_str());
     if (!in) {
         steps.clear();
-        error = path + ": cannot read: " + strerror(errno);
+        error = path + ": cannot read: " + std::generic_category().message(errno);
         return false;
     }
     return parseScenario(in, path, folderOf(path), steps, error);

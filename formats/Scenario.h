@@ -85,7 +85,7 @@ private:
     std::string resolve(const std::string& name) const;
 
     std::string m_baseDir;
-    uint32_t m_inputWord;
+    uint32_t m_inputWord = 0;
     uint8_t m_motion[16];
     std::vector<uint8_t> m_camera;
 };

@@ -12,8 +12,7 @@
 #include "SignalRecords.h"
 #include "SignalTable.h"
 
-namespace zelscenario {
-namespace detail {
+namespace zelscenario::detail {
 
 bool parseWhole(const std::string& text, unsigned long long lo, unsigned long long hi,
                 unsigned long long& out) {
@@ -25,7 +24,7 @@ bool parseWhole(const std::string& text, unsigned long long lo, unsigned long lo
 
 bool parseReal(const std::string& text, double& out) {
     if (text.empty()) return false;
-    char* end = NULL;
+    char* end = nullptr;
     errno = 0;
     double v = strtod(text.c_str(), &end);
     if (errno != 0 || end == text.c_str() || *end != '\0' || !std::isfinite(v)) return false;
@@ -147,7 +146,8 @@ bool encodeVehicle(const Words& w, std::vector<uint8_t>& p, std::string& error) 
     std::map<std::string, std::string> pairs;
     if (!splitPairs(w, pairs, error)) return false;
     std::vector<uint8_t> r(V::kSize, 0);
-    uint32_t vehicleMask = 0, statusMask = 0;
+    uint32_t vehicleMask = 0;
+    uint32_t statusMask = 0;
     uint16_t tempMask = 0;
     uint8_t status = 0;
     for (const auto& kv : pairs) {
@@ -275,5 +275,4 @@ bool encodeStateless(const std::vector<std::string>& words, unsigned& id,
     return false;
 }
 
-}  // namespace detail
-}  // namespace zelscenario
+}  // namespace zelscenario::detail

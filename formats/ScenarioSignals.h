@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace zelscenario {
-namespace detail {
+namespace zelscenario::detail {
 
 // A whole number in lo..hi: decimal, or hexadecimal with 0x.
 bool parseWhole(const std::string& text, unsigned long long lo, unsigned long long hi,
@@ -25,7 +24,6 @@ std::string notA(const std::string& what, const std::string& text, const std::st
 bool encodeStateless(const std::vector<std::string>& words, unsigned& id,
                      std::vector<uint8_t>& payload, bool& known, std::string& error);
 
-}  // namespace detail
-}  // namespace zelscenario
+}  // namespace zelscenario::detail
 
 #endif  // ZELFORMATS_SCENARIOSIGNALS_H

@@ -34,7 +34,7 @@ std::string lineError(int line, const std::string& what) {
 
 bool parseReal(const std::string& text, double& out) {
     if (text.empty()) return false;
-    char* end = NULL;
+    char* end = nullptr;
     errno = 0;
     out = strtod(text.c_str(), &end);
     return errno == 0 && *end == '\0' && std::isfinite(out);
@@ -159,7 +159,7 @@ bool parseWhole(const std::string& text, unsigned long long& out) {
         base = 16;
         start += 2;
     }
-    char* end = NULL;
+    char* end = nullptr;
     errno = 0;
     out = strtoull(start, &end, base);
     return errno == 0 && end != start && *end == '\0';

@@ -52,7 +52,7 @@ enum RowCheck {
 
 // Reads a whole table. On failure returns false, leaves `rows` as far as it
 // got, and sets `error` to one line of the form "line N: what is wrong".
-bool parseSignalTable(std::istream& in, std::vector<SignalRow>& rows, std::string& error,
+bool parseSignalTable(std::istream& whole, std::vector<SignalRow>& rows, std::string& error,
                       RowCheck check = kServiceRanges);
 
 // True when `data` is a table payload as the service receives it rather than

@@ -39,7 +39,7 @@ inline void deliver(CAlertZelManage::Handler handler, const uint8_t* data, size_
     size_t n = size - 2;
     CAlertZelManage& svc = service();
     if (mode == 3) {
-        (svc.*handler)(NULL, static_cast<int>(n));
+        (svc.*handler)(nullptr, static_cast<int>(n));
         return;
     }
     size_t total = mode == 2 ? (n < 16 ? n : 15) : 16 + n;

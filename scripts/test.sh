@@ -2,7 +2,8 @@
 # Builds and runs every test: once as built for use, once under
 # AddressSanitizer and UndefinedBehaviorSanitizer; the bus and host tests
 # once more under ThreadSanitizer; then each fuzz target briefly, and a
-# one-minute soak of the whole device.
+# one-minute soak of the whole device; last, clang-tidy and cppcheck over
+# the whole tree (scripts/static.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh
@@ -30,4 +31,6 @@ echo "== fuzz targets, 10 s each (${SECONDS}s so far)"
 ./scripts/fuzz.sh 10
 echo "== soak, 60 s (${SECONDS}s so far)"
 ./scripts/soak.sh 60
+echo "== static analysis: clang-tidy and cppcheck (${SECONDS}s so far)"
+./scripts/static.sh
 echo "== all done in ${SECONDS}s"

@@ -23,7 +23,7 @@ FakeState& state() {
 
 void resetState() {
     FakeState& s = state();
-    for (auto& entry : s.callbacks) delete entry.second;
+    for (const auto& entry : s.callbacks) delete entry.second;
     s.callbacks.clear();
     s.registerLog.clear();
     s.queue.clear();

@@ -34,7 +34,7 @@ struct FakeState {
     bool threadStarted = false;
 
     ~FakeState() {
-        for (auto& entry : callbacks) delete entry.second;
+        for (const auto& entry : callbacks) delete entry.second;
     }
 };
 

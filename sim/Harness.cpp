@@ -6,12 +6,14 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "FakePlatform.h"
 #include "MessageIds.h"
 
 namespace harness {
 
-Harness::Harness() : m_service(nullptr) { resetState(); }
+Harness::Harness() { resetState(); }
 
 Harness::~Harness() {
     if (m_service) stop();
@@ -61,7 +63,9 @@ void Harness::injectAt(int64_t atUs, unsigned int id, const Bytes& payload) {
     state().queue.push_back(q);
 }
 
-void Harness::injectClaiming(unsigned int id, uint32_t claimedLength, const Bytes& payload) {
+// Not const: it changes the simulated device the harness stands for.
+void Harness::injectClaiming(  // NOLINT(readability-make-member-function-const)
+    unsigned int id, uint32_t claimedLength, const Bytes& payload) {
     Queued q;
     q.id = id;
     q.dueUs = nowUs();
@@ -69,7 +73,8 @@ void Harness::injectClaiming(unsigned int id, uint32_t claimedLength, const Byte
     state().queue.push_back(q);
 }
 
-void Harness::deliver(unsigned int id, const Bytes& payload) {
+void Harness::deliver(  // NOLINT(readability-make-member-function-const): as above
+    unsigned int id, const Bytes& payload) {
     Queued q;
     q.id = id;
     q.dueUs = nowUs();
@@ -89,7 +94,9 @@ const std::vector<unsigned int>& Harness::registrationOrder() const {
     return state().registerLog;
 }
 
-void Harness::onSend(unsigned int id, Responder responder) { state().responders[id] = responder; }
+void Harness::onSend(unsigned int id, Responder responder) {
+    state().responders[id] = std::move(responder);
+}
 
 void Harness::announceStorage() { inject(zel::kMsgStorageAnnounce, Bytes(4, 0)); }
 

@@ -105,10 +105,11 @@ public:
     // service, not the capture. A new harness keeps every level.
     void setCaptureLevel(int maxLevel);
 
+    Harness(const Harness&) = delete;
+    Harness& operator=(const Harness&) = delete;
+
 private:
-    Harness(const Harness&);
-    Harness& operator=(const Harness&);
-    CServiceBase* m_service;
+    CServiceBase* m_service = nullptr;
 };
 
 // Little builders for payloads.

@@ -7,6 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <system_error>
+#include <utility>
+
 #include "ByteOrder.h"
 #include "LogFrame.h"
 
@@ -14,7 +17,7 @@ namespace zelstore {
 
 namespace {
 
-std::string errnoText(const char* what) { return std::string(what) + ": " + strerror(errno); }
+std::string errnoText(const char* what) { return std::string(what) + ": " + std::generic_category().message(errno); }
 
 bool writeAll(int fd, const uint8_t* data, size_t n, off_t at) {
     while (n > 0) {
@@ -47,9 +50,11 @@ int resultOfErrno() { return errno == ENOSPC || errno == EDQUOT ? kNoSpace : kIo
 
 }  // namespace
 
-AlertLogStore::AlertLogStore(const std::string& dir, Clock clock, Notice notice,
-                             const std::string& writer)
-    : m_dir(dir), m_clock(clock), m_notice(notice), m_writer(writer) {}
+AlertLogStore::AlertLogStore(std::string dir, Clock clock, Notice notice, std::string writer)
+    : m_dir(std::move(dir)),
+      m_clock(std::move(clock)),
+      m_notice(std::move(notice)),
+      m_writer(std::move(writer)) {}
 
 Day AlertLogStore::today() const { return dayOf(m_clock()); }
 
@@ -126,11 +131,11 @@ int AlertLogStore::openLog(uint8_t logType, bool create, uint64_t& length, int& 
             result = kIoError;
             return -1;
         }
-        uint64_t size = static_cast<uint64_t>(st.st_size);
+        uint64_t fileSize = static_cast<uint64_t>(st.st_size);
         uint8_t headBytes[kHeadSize];
         LogHead head;
         std::string damage;
-        if (size < kHeadSize || !readAll(fd, headBytes, kHeadSize, 0))
+        if (fileSize < kHeadSize || !readAll(fd, headBytes, kHeadSize, 0))
             damage = "shorter than its head";
         else if (!decodeHead(headBytes, head, damage))
             ;
@@ -141,7 +146,7 @@ int AlertLogStore::openLog(uint8_t logType, bool create, uint64_t& length, int& 
             // Keep every damaged log a day may have: the first free name.
             std::string aside = path + ".damaged";
             for (int n = 1; n < 1000 && access(aside.c_str(), F_OK) == 0; ++n)
-                aside = path + ".damaged." + std::to_string(n);
+                aside.assign(path).append(".damaged.").append(std::to_string(n));
             if (rename(path.c_str(), aside.c_str()) != 0) {
                 why = errnoText("move a damaged log aside");
                 result = kIoError;
@@ -150,19 +155,19 @@ int AlertLogStore::openLog(uint8_t logType, bool create, uint64_t& length, int& 
             m_notice("moved damaged log " + path + " aside (" + damage + ")");
             continue;
         }
-        uint64_t torn = (size - kHeadSize) % kFrameSize;
+        uint64_t torn = (fileSize - kHeadSize) % kFrameSize;
         if (torn != 0) {
-            if (ftruncate(fd, static_cast<off_t>(size - torn)) != 0 || fdatasync(fd) != 0) {
+            if (ftruncate(fd, static_cast<off_t>(fileSize - torn)) != 0 || fdatasync(fd) != 0) {
                 why = errnoText("cut a torn frame");
                 close(fd);
                 result = kIoError;
                 return -1;
             }
-            size -= torn;
+            fileSize -= torn;
             m_notice("cut a torn frame of " + std::to_string(torn) + " bytes from the end of " +
                      path);
         }
-        length = size;
+        length = fileSize;
         result = kStored;
         return fd;
     }

@@ -42,8 +42,8 @@ public:
     typedef std::function<void(const std::string&)> Notice;
 
     // dir must exist. writer names the program in the heads it writes.
-    AlertLogStore(const std::string& dir, Clock clock, Notice notice,
-                  const std::string& writer = "zel-storage");
+    AlertLogStore(std::string dir, Clock clock, Notice notice,
+                  std::string writer = "zel-storage");
 
     // Appends frame (60 bytes) to today's log, made first if missing.
     // On kStored, offset is where the frame begins.

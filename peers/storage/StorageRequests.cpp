@@ -3,6 +3,8 @@
 #include <stdarg.h>
 #include <stdio.h>
 
+#include <utility>
+
 #include "ByteOrder.h"
 #include "LogFrame.h"
 #include "MessageHead.h"
@@ -31,11 +33,11 @@ std::string format(const char* fmt, ...) {
 }  // namespace
 
 StorageRequests::StorageRequests(AlertLogStore& store, Sink refused, Sink done)
-    : m_store(store), m_refused(refused), m_done(done) {}
+    : m_store(store), m_refused(std::move(refused)), m_done(std::move(done)) {}
 
 void StorageRequests::refuse(const char* msg, int len, const char* what, const std::string& why) {
     char who[96] = "";
-    if (msg != NULL && len >= zel::kHeadSize)
+    if (msg != nullptr && len >= zel::kHeadSize)
         snprintf(who, sizeof who, " from client %u session %u",
                  zel::getLe32(msg, zel::kHeadSourceId), zel::getLe32(msg, zel::kHeadSession));
     m_refused(std::string("refused ") + what + who + ": " + why);
@@ -43,24 +45,24 @@ void StorageRequests::refuse(const char* msg, int len, const char* what, const s
 
 const uint8_t* StorageRequests::payloadOf(const char* msg, int len, const char* what,
                                           size_t size, bool& hasHead) {
-    hasHead = msg != NULL && len >= zel::kHeadSize;
+    hasHead = msg != nullptr && len >= zel::kHeadSize;
     if (!hasHead) {
         refuse(msg, len, what,
                format("a message of %d bytes is shorter than its 16-byte head",
                       msg ? len : 0));
-        return NULL;
+        return nullptr;
     }
     uint32_t claimed = zel::headPayloadLength(msg);
     uint32_t got = static_cast<uint32_t>(len - zel::kHeadSize);
     if (claimed > got) {
         refuse(msg, len, what,
                format("its head claims %u payload bytes but %u arrived", claimed, got));
-        return NULL;
+        return nullptr;
     }
     if (claimed != size) {
         refuse(msg, len, what,
                format("a payload of %u bytes; this request has %zu", claimed, size));
-        return NULL;
+        return nullptr;
     }
     return reinterpret_cast<const uint8_t*>(msg) + zel::kHeadSize;
 }
@@ -69,7 +71,7 @@ bool StorageRequests::onWrite(const char* msg, int len, std::vector<uint8_t>& ou
     const char* what = "write (6661)";
     bool hasHead = false;
     const uint8_t* p = payloadOf(msg, len, what, zel::kWriteSize, hasHead);
-    if (p == NULL) {
+    if (p == nullptr) {
         out = reply(zel::kWriteReplySize, 0, kMalformed);
         return hasHead;
     }
@@ -99,7 +101,7 @@ void StorageRequests::onModify(const char* msg, int len) {
     const char* what = "modify (6668)";
     bool hasHead = false;
     const uint8_t* p = payloadOf(msg, len, what, zel::kModifySize, hasHead);
-    if (p == NULL) return;
+    if (p == nullptr) return;
     uint8_t logType = p[zel::kReqLogType];
     uint64_t offset = zel::getLe64(p, zel::kModifyOffset);
     const uint8_t* frame = p + zel::kModifyFrame;
@@ -123,7 +125,7 @@ void StorageRequests::onModify(const char* msg, int len) {
 bool StorageRequests::onSize(const char* msg, int len, std::vector<uint8_t>& out) {
     bool hasHead = false;
     const uint8_t* p = payloadOf(msg, len, "size query (6671)", zel::kSizeQuerySize, hasHead);
-    if (p == NULL) {
+    if (p == nullptr) {
         out = reply(zel::kSizeReplySize, 0, kMalformed);
         return hasHead;
     }

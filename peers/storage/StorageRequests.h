@@ -25,10 +25,10 @@ public:
     // refused: one line per refused request; done: one line per request served.
     StorageRequests(AlertLogStore& store, Sink refused, Sink done);
 
-    // True when a reply is due; reply then holds its payload.
-    bool onWrite(const char* msg, int len, std::vector<uint8_t>& reply);
+    // True when a reply is due; out then holds its payload.
+    bool onWrite(const char* msg, int len, std::vector<uint8_t>& out);
     void onModify(const char* msg, int len);
-    bool onSize(const char* msg, int len, std::vector<uint8_t>& reply);
+    bool onSize(const char* msg, int len, std::vector<uint8_t>& out);
 
 private:
     // The payload of a request of exactly `size` bytes, or null after a

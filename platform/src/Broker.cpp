@@ -59,7 +59,7 @@ CBusBroker::CBusBroker(std::string path)
       m_txMsgs(kTxBatch) {}
 
 CBusBroker::~CBusBroker() {
-    for (auto& kv : m_clients) {
+    for (const auto& kv : m_clients) {
         close(kv.second->fd);
         for (Frame* f : kv.second->out) Release(f);
     }
@@ -296,7 +296,7 @@ void CBusBroker::Handle(Client& c, const unsigned char* f, size_t n) {
     CountMalformed(c, "malformed frame");
 }
 
-void CBusBroker::Route(Client& from, const unsigned char* f, size_t n, uint32_t op) {
+void CBusBroker::Route(const Client& from, const unsigned char* f, size_t n, uint32_t op) {
     std::vector<Client*>& to = m_route;
     to.clear();
     if (op == kOpResponse) {

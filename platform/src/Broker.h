@@ -77,7 +77,7 @@ private:
     void AcceptAll();
     size_t ReadFrom(uint32_t id);
     void Handle(Client& c, const unsigned char* f, size_t n);
-    void Route(Client& from, const unsigned char* f, size_t n, uint32_t op);
+    void Route(const Client& from, const unsigned char* f, size_t n, uint32_t op);
     void Enqueue(Client& to, Frame* frame);
     Frame* NewFrame(const unsigned char* f, size_t n);
     void Release(Frame* frame);

@@ -38,7 +38,7 @@ public:
     using Clock = std::chrono::steady_clock;
     static constexpr std::chrono::milliseconds kRetryInterval{150};
     static constexpr size_t kRxSlots = 64;
-    static constexpr size_t kKeepResident = 16 * 1024;
+    static constexpr size_t kKeepResident = size_t{16} * 1024;
 
     // path is used as given (callers apply ResolveBusPath). Tries to connect
     // at once; a missing broker only delays delivery.

@@ -76,7 +76,7 @@ constexpr uint32_t kLengthMask = 0x7fffffu;
 // Largest payload a client may send. Rule sets in JSON run to tens of KiB;
 // a frame must also fit a socket's default send buffer (about 208 KiB on
 // Linux), which bounds a SEQPACKET record.
-constexpr size_t kMaxPayload = 128 * 1024;
+constexpr size_t kMaxPayload = size_t{128} * 1024;
 constexpr size_t kMaxFrame = kOffPayload + kMaxPayload;
 // Ids per REGISTER / UNREGISTER frame when a client re-registers everything.
 constexpr size_t kMaxIdsPerFrame = 1024;
@@ -107,7 +107,8 @@ inline bool MessageFrameOk(const unsigned char* f, size_t n) {
 // Q7X_BUS_PATH, when set and not empty, replaces the path a program was
 // given, so that tests and side-by-side runs get private buses.
 inline std::string ResolveBusPath(const char* given) {
-    const char* env = getenv("Q7X_BUS_PATH");
+    // Read once at start-up, before the program starts threads.
+    const char* env = getenv("Q7X_BUS_PATH");  // NOLINT(concurrency-mt-unsafe)
     if (env && *env) return env;
     return given && *given ? given : kDefaultBusPath;
 }

@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "Common.h"
@@ -33,7 +34,7 @@ int ChannelCount(const char* name) {
     constexpr long kDefault = 4;
     constexpr long kMax = 64;
     const long v = EnvInt(name, kDefault);
-    return static_cast<int>(v < 0 ? 0 : v > kMax ? kMax : v);
+    return static_cast<int>(std::clamp(v, 0L, kMax));
 }
 
 void WriteAll(const char* p, size_t n) {

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include <atomic>
+#include <system_error>
 
 #include "Common.h"
 #include "Log.h"
@@ -56,7 +57,7 @@ int CThread::Start(int flags) {
     st->stop.store(false, std::memory_order_release);
     const int rc = pthread_create(&st->tid, nullptr, RunThread, st);
     if (rc != 0) {
-        Q7X_LOG(1, "pthread_create failed: %s\n", strerror(rc));
+        Q7X_LOG(1, "pthread_create failed: %s\n", std::generic_category().message(rc).c_str());
         return -1;
     }
     st->started = true;

@@ -25,8 +25,6 @@
 #include "Common.h"
 #include "UnixSocket.h"
 
-extern char** environ;
-
 namespace q7xtest {
 
 using Clock = std::chrono::steady_clock;
@@ -150,10 +148,13 @@ inline std::string StderrOf(const std::function<void()>& fn) {
 // goes before it: an emulator for programs built for another machine.
 inline pid_t Spawn(const std::vector<std::string>& args, const std::string& outFile) {
     std::vector<std::string> line;
-    std::istringstream prefix(getenv("Q7X_SPAWN_PREFIX") ? getenv("Q7X_SPAWN_PREFIX") : "");
+    // The test's own thread reads the environment; no other thread writes it.
+    const char* emulator = getenv("Q7X_SPAWN_PREFIX");  // NOLINT(concurrency-mt-unsafe)
+    std::istringstream prefix(emulator ? emulator : "");
     for (std::string word; prefix >> word;) line.push_back(word);
     line.insert(line.end(), args.begin(), args.end());
     std::vector<char*> argv;
+    argv.reserve(line.size() + 1);
     for (const std::string& a : line) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
     posix_spawn_file_actions_t fa;
@@ -200,7 +201,7 @@ public:
     }
     void Start(const std::string& name, const std::vector<std::string>& args) {
         const pid_t pid = Spawn(args, m_dir.Path(name + ".out"));
-        if (pid > 0) m_running.push_back({name, pid});
+        if (pid > 0) m_running.emplace_back(name, pid);
     }
     // Signals the program and waits for its end, as WaitExit; -1 when not running.
     int Stop(const std::string& name, int signal = SIGTERM) {
@@ -225,7 +226,8 @@ private:
 class BusTest : public ::testing::Test {
 protected:
     BusTest() : m_path(m_dir.Path("bus")) {
-        setenv("Q7X_BUS_PATH", m_path.c_str(), 1);
+        // Set before the broker thread starts; each test runs on its own.
+        setenv("Q7X_BUS_PATH", m_path.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
         m_broker = std::make_unique<BrokerThread>(m_path);
     }
     void SetUp() override { ASSERT_TRUE(m_broker->ok); }

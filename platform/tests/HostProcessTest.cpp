@@ -10,7 +10,7 @@ namespace {
 
 TEST(HostProcess, RunsThePluginWithABrokerOfItsOwnUntilSigtermThenDestroysItAndExitsZero) {
     TempDir dir;
-    setenv("Q7X_BUS_PATH", dir.Path("bus").c_str(), 1);
+    setenv("Q7X_BUS_PATH", dir.Path("bus").c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no threads yet
     Children kids(dir);
     kids.Start("host", {Q7X_HOST_BIN, Q7X_TEST_PLUGIN});
     ASSERT_TRUE(WaitListening(dir.Path("bus")));
@@ -35,7 +35,7 @@ TEST(HostProcess, RunsThePluginWithABrokerOfItsOwnUntilSigtermThenDestroysItAndE
 
 TEST(HostCommandLine, RefusesWhatItCannotRun) {
     TempDir dir;
-    setenv("Q7X_BUS_PATH", dir.Path("bus").c_str(), 1);
+    setenv("Q7X_BUS_PATH", dir.Path("bus").c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no threads yet
     const struct {
         std::vector<std::string> args;
         int code;
