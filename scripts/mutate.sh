@@ -52,6 +52,12 @@ done
 mkdir -p "$tree"
 # Time stamps come along, so that a second run rebuilds only what changed.
 tar -C "$repo" --exclude='./build*' --exclude=./.git -cf - . | tar -C "$tree" -xf -
+# A run cut off while a mutant stood leaves an object built from it: the
+# restored source is older than that object, so make it newer.
+if [ -f "$work/applied" ]; then
+  touch "$(cat "$work/applied")"
+  rm -f "$work/applied"
+fi
 generator=()
 command -v ninja >/dev/null && generator=(-G Ninja)
 cmake -S "$tree" -B "$build" "${generator[@]}" -DAZ_BUILD_TESTS=ON -DCMAKE_BUILD_TYPE=None \
@@ -117,6 +123,7 @@ for row in "${rows[@]}"; do
   line=${where##*:}
   src=$tree/$service/$file
   cp -p "$src" "$work/original"
+  echo "$src" >"$work/applied"
   if ! at=$(apply "$src" "$line" "$orig" "$repl"); then
     broken=$((broken + 1)); problems+=("$id $file:$line: the original text is not there")
     continue
@@ -138,6 +145,7 @@ for row in "${rows[@]}"; do
   # Back to the original; a newer time stamp makes the next build recompile it.
   cp "$work/original" "$src"
   touch "$src"
+  rm -f "$work/applied"
 done
 build_tests || true
 

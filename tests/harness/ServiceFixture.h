@@ -80,6 +80,8 @@ inline std::string quoted(const std::string& text) {
     std::string out = "\"";
     for (char c : text) {
         if (c == '\n') out += "\\n";
+        else if (c == '\r') out += "\\r";
+        else if (c == '\t') out += "\\t";
         else if (c == '"' || c == '\\') out += std::string("\\") + c;
         else out += c;
     }
