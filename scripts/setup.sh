@@ -4,7 +4,8 @@
 set -euo pipefail
 
 packages=(cmake make g++ clang pkg-config libjsoncpp-dev libgtest-dev libgmock-dev
-          libbenchmark-dev strace python3)
+          libbenchmark-dev strace python3
+          gcovr)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
