@@ -35,7 +35,7 @@ jobs=2
 per_test_timeout=120
 
 # The tests that run the service in the in-process harness, fastest first.
-tests=(engine_test signals_test rules_test log_test j1939_test signals_alloc_test author_test)
+tests=(engine_test rules_test log_test signals_test j1939_test signals_alloc_test author_test)
 targets=("${tests[@]}" zel-author)
 
 sample=0
@@ -63,15 +63,20 @@ command -v ninja >/dev/null && generator=(-G Ninja)
 cmake -S "$tree" -B "$build" "${generator[@]}" -DAZ_BUILD_TESTS=ON -DCMAKE_BUILD_TYPE=None \
   -DCMAKE_CXX_FLAGS=-O0 -DCMAKE_C_FLAGS=-O0 >/dev/null
 
-build_tests() {
-  cmake --build "$build" -j"$jobs" --target "${targets[@]}" >"$work/build.log" 2>&1
+build_tests() {  # targets...; all of them when none are named
+  local names=("$@")
+  [ ${#names[@]} -gt 0 ] || names=("${targets[@]}")
+  cmake --build "$build" -j"$jobs" --target "${names[@]}" >"$work/build.log" 2>&1
 }
 
-# Runs the tests until the first failure; 0 when all pass.
+# Builds and runs one test program after the other until the first failure,
+# so that a mutant the first program kills costs one link; 0 when all pass.
 run_tests() {
   local t
   for t in "${tests[@]}"; do
     local exe
+    if [ "$t" = author_test ]; then build_tests author_test zel-author; else build_tests "$t"; fi ||
+      { echo "$t (build)"; return 1; }
     exe=$(find "$build/tests" -type f -name "$t" -perm -u+x | head -n1)
     (cd "$(dirname "$exe")" && timeout "$per_test_timeout" "$exe" --gtest_brief=1 \
       --gtest_fail_fast >"$work/test.log" 2>&1) || { echo "$t"; return 1; }
@@ -128,7 +133,7 @@ for row in "${rows[@]}"; do
     broken=$((broken + 1)); problems+=("$id $file:$line: the original text is not there")
     continue
   fi
-  if ! build_tests; then
+  if ! build_tests "${tests[0]}"; then
     broken=$((broken + 1)); problems+=("$id $file:$at: does not build")
     verdict="does not build"
   elif failed=$(run_tests); then
