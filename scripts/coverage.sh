@@ -26,7 +26,8 @@ cmake -S . -B "$dir" -DAZ_BUILD_TESTS=ON -DCMAKE_BUILD_TYPE=Debug \
   -DCMAKE_EXE_LINKER_FLAGS=--coverage -DCMAKE_SHARED_LINKER_FLAGS=--coverage >/dev/null
 cmake --build "$dir" -j2
 find "$dir" -name '*.gcda' -delete
-ctest --test-dir "$dir" -j2 --output-on-failure
+# The coverage runtime exports symbols of its own from the plug-in.
+ctest --test-dir "$dir" -j2 --output-on-failure -E '^plugin_exports$'
 
 report() {  # title, source folder, extra gcovr args...
   local title=$1 folder=$2; shift 2

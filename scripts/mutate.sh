@@ -61,7 +61,7 @@ fi
 generator=()
 command -v ninja >/dev/null && generator=(-G Ninja)
 cmake -S "$tree" -B "$build" "${generator[@]}" -DAZ_BUILD_TESTS=ON -DCMAKE_BUILD_TYPE=None \
-  -DCMAKE_CXX_FLAGS=-O0 -DCMAKE_C_FLAGS=-O0 >/dev/null
+  -DCMAKE_CXX_FLAGS=-O0 -DCMAKE_C_FLAGS=-O0 -DAZ_MUTATION_PCH=ON >/dev/null
 
 build_tests() {  # targets...; all of them when none are named
   local names=("$@")

@@ -37,6 +37,7 @@ TEST_F(SignalLines, EveryHandlerPrintsExactlyItsLines) {
         {"io first word 0", 1031, inputWord(0), ioLines("", 0)},
         {"io change", 1031, inputWord(0x8005),
          ioLines("m_IOlState change from[0x0] to [0x8005]\n", 0x8005)},
+        {"io same word", 1031, inputWord(0x8005), ioLines("", 0x8005)},
         {"io wrong length", 1031, Bytes(5, 0),
          {{3, "OnUpdateIOState", "=======OnUpdateIOState======!\n"},
           {3, "OnUpdateIOState", "update io state failed msgerror=5\n"}}},
