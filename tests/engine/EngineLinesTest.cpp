@@ -19,6 +19,7 @@ class EngineLines : public logtest::LogFixture {};
 
 TEST_F(EngineLines, EveryStepOfTheEnginePrintsExactlyItsLines) {
     CAlertZelManage& s = svc();
+    const Common::_datetime_ start = harness::dateTime(26, 3, 5, 12, 0, 0);
     addRule(7, 0);
     ZelAlertPara_t& windowed = addRule(8, 0, {{13, GT, 0.5}});
     windowed.startTime = harness::dateTime(0, 0, 0, 1, 0, 0);
@@ -104,6 +105,9 @@ TEST_F(EngineLines, EveryStepOfTheEnginePrintsExactlyItsLines) {
          {3, "StopAllAlarm", "Zel Alert storage plugin have not run success...\n"},
          {3, "StopOneAlarm", "======StopOneAlarm[7]==Start=== !\n"},
          {3, "StopOneAlarm", "Zel Alert storage plugin have not run success...\n"}}},
+        {"cancel from outside", [&] { EXPECT_EQ(s.LocalCancelAlarm(start), 0); },
+         {{3, "StopAllAlarm", "======StopAllAlarm==Start=== !\n"},
+         {3, "StopAllAlarm", "======StopAllAlarm==End=== !\n"}}},
         {"rollover", [&] { s.CheckAlarm(); h.advance(86400); s.HandleAlarmCrossDay(); },
          {{3, "CheckAlarm", "alertID[7] time[1772712005] new alert !\n"},
          {3, "CheckAlarm", "alertID[8]: checkTime fail !\n"},

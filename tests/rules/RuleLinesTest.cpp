@@ -200,6 +200,44 @@ TEST_F(RuleLines, EveryRuleAndAreaMessagePrintsExactlyItsLines) {
             if (!kPassOperations.count(l.func)) got.push_back(l);
         EXPECT_EQ(got, r.lines) << "printed:\n" << harness::asTable(got);
     }
+    // Messages without a head, handed over directly.
+    CAlertZelManage& s = svc();
+    s.OnUpdateAreaInfo(nullptr, 0);
+    s.OnPlatformUpdateArea(nullptr, 0);
+    s.OnUpdateFenceInfo(nullptr, 0);
+    s.OnUpdateFenceEvent(nullptr, 0);
+    expectLines({{3, "OnUpdateAreaInfo", "=======OnUpdateAreaInfo======!\n"},
+                 {3, "OnUpdateAreaInfo", "OnUpdateAreaInfo length error \n"},
+                 {3, "OnPlatformUpdateArea", "=======OnPlatformUpdateArea======!\n"},
+                 {3, "OnPlatformUpdateArea", "OnPlatformUpdateArea length error \n"},
+                 {3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo======!\n"},
+                 {3, "OnUpdateFenceInfo", "fence info length error \n"},
+                 {3, "OnUpdateFenceEvent", "OnUpdateFenceEvent length error \n"}});
+}
+
+// The dump of the whole state, on standard output; no path of the service
+// calls it.
+TEST_F(RuleLines, DumpPrintsEveryRuleAndAreaOnStandardOutput) {
+    const std::string stars = "***********************ZelAlertPara**********************\n";
+    const std::string equals = "===========================================\n";
+    testing::internal::CaptureStdout();
+    svc().printfZelAlertPara();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              stars + "***************************no  Para**********************\n" + stars);
+    ZelAlertPara_t rule = harness::makeRule(7, 5, {{14, GT, 60.5}, {98, EQ, 1.0}});
+    rule.startTime = harness::dateTime(26, 3, 5, 8, 0, 9);
+    rules().push_back(rule);
+    areas()[7] = true;
+    areas()[3] = false;
+    testing::internal::CaptureStdout();
+    svc().printfZelAlertPara();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              stars + equals + "alertID\t \t[7]\n" + "startTime\t[20260305][08:00:09]\n" +
+                  "endTime\t\t[20000000][00:00:00]\n" + "atLeast\t\t[5]\n" +
+                  "Trigger \t[14][SPEED][0][60.50000000]->Event,Type,Value \n" +
+                  "Trigger \t[98][ALPR_status][2][1.00000000]->Event,Type,Value \n" + equals +
+                  "AreaID = [3],state = [0]\n" + "AreaID = [7],state = [1]\n" + stars);
+    EXPECT_TRUE(printed().empty());
 }
 
 }  // namespace
