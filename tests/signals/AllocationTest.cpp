@@ -116,7 +116,8 @@ TEST_F(Allocation, TriggerEvaluationOfAPassAllocatesNothing) {
 }
 
 // A list of five records is 168 bytes; when it can't be allocated, the
-// builder that sends it reports so under its own name and goes no further.
+// builder that sends it reports so under its own name and goes no further,
+// and so does the state query.
 TEST_F(Allocation, AnAlertListThatCannotBeAllocatedIsReportedByItsBuilder) {
     h.setCaptureLevel(4);
     for (uint32_t id = 1; id <= 5; ++id) addRule(id);
@@ -132,6 +133,15 @@ TEST_F(Allocation, AnAlertListThatCannotBeAllocatedIsReportedByItsBuilder) {
     EXPECT_FALSE(h.hasLine("======StopAllAlarm==End=== !\n"));
     EXPECT_TRUE(h.sentWithId(3215).empty());
     for (const ZelAlertPara_t& r : svc().m_ParaList) EXPECT_EQ(r.bLastState, 0) << r.alertID;
+    // The state query with three open frames needs 104 bytes: no reply then.
+    for (uint32_t id = 1; id <= 3; ++id) svc().m_LogFrameMap[id];
+    h.clearLines();
+    g_failingSize = 104;
+    h.deliver(3216, Bytes());
+    g_failingSize = 0;
+    EXPECT_EQ(h.texts(), (std::vector<std::string>{"=======OnGetZelAlertState======!\n",
+                                                    "msgZelAlertData malloc fail !\n"}));
+    EXPECT_TRUE(h.sentWithId(3216 | 0x8000).empty());
 }
 
 }  // namespace
