@@ -128,12 +128,15 @@ TEST_F(LogWriter, RepliesOfAWrongLengthOrARefusalCountForNothing) {
         svc().m_LogSize = 0;
         if (row.write) svc().OnReturnWriteResult(row.len ? msg : nullptr, row.len);
         else svc().OnReturnAlarmLogSize(msg, row.len);
-        EXPECT_EQ(row.write ? svc().m_WriteResult == 0 : svc().m_LogSize == 204, row.counts);
+        if (row.write) EXPECT_EQ(svc().m_WriteResult == 0, row.counts);
+        else EXPECT_EQ(svc().m_LogSize, row.counts ? 204u : 0u);  // a refusal reads as empty
         EXPECT_EQ(row.write ? svc().m_bWritePending : svc().m_bSizePending, 0);
     }
     svc().m_bStorageReady = 0;
     svc().OnCheckStoragePlugin(std::string(15, 0).data(), 15);
     EXPECT_EQ(svc().m_bStorageReady, 0);
+    svc().OnCheckStoragePlugin(std::string(16, 0).data(), 16);  // a head alone will do
+    EXPECT_EQ(svc().m_bStorageReady, 1);
 }
 
 // Open frames are written again, in id order, from the log's first frame on.
