@@ -200,19 +200,23 @@ TEST_F(RuleLines, EveryRuleAndAreaMessagePrintsExactlyItsLines) {
             if (!kPassOperations.count(l.func)) got.push_back(l);
         EXPECT_EQ(got, r.lines) << "printed:\n" << harness::asTable(got);
     }
-    // Messages without a head, handed over directly.
+    // Messages without a whole head, handed over directly: none, and 15 bytes.
     CAlertZelManage& s = svc();
-    s.OnUpdateAreaInfo(nullptr, 0);
-    s.OnPlatformUpdateArea(nullptr, 0);
-    s.OnUpdateFenceInfo(nullptr, 0);
-    s.OnUpdateFenceEvent(nullptr, 0);
-    expectLines({{3, "OnUpdateAreaInfo", "=======OnUpdateAreaInfo======!\n"},
-                 {3, "OnUpdateAreaInfo", "OnUpdateAreaInfo length error \n"},
-                 {3, "OnPlatformUpdateArea", "=======OnPlatformUpdateArea======!\n"},
-                 {3, "OnPlatformUpdateArea", "OnPlatformUpdateArea length error \n"},
-                 {3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo======!\n"},
-                 {3, "OnUpdateFenceInfo", "fence info length error \n"},
-                 {3, "OnUpdateFenceEvent", "OnUpdateFenceEvent length error \n"}});
+    const char fifteen[15] = {};
+    for (const char* msg : {static_cast<const char*>(nullptr), fifteen}) {
+        int len = msg ? 15 : 0;
+        s.OnUpdateAreaInfo(msg, len);
+        s.OnPlatformUpdateArea(msg, len);
+        s.OnUpdateFenceInfo(msg, len);
+        s.OnUpdateFenceEvent(msg, len);
+        expectLines({{3, "OnUpdateAreaInfo", "=======OnUpdateAreaInfo======!\n"},
+                     {3, "OnUpdateAreaInfo", "OnUpdateAreaInfo length error \n"},
+                     {3, "OnPlatformUpdateArea", "=======OnPlatformUpdateArea======!\n"},
+                     {3, "OnPlatformUpdateArea", "OnPlatformUpdateArea length error \n"},
+                     {3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo======!\n"},
+                     {3, "OnUpdateFenceInfo", "fence info length error \n"},
+                     {3, "OnUpdateFenceEvent", "OnUpdateFenceEvent length error \n"}});
+    }
 }
 
 // The dump of the whole state, on standard output; no path of the service
