@@ -71,6 +71,12 @@ TEST_F(RulesTest, PayloadIsReadOverWhatArrivedAndWhatTheHeadClaims) {
     EXPECT_TRUE(h.hasLine("======delete all alert===== !\n"));
 }
 
+TEST_F(RulesTest, AnAppliedCommandCountsAsRulesReceived) {
+    push("{\"SOURCE\":100,\"CMD\":4}");
+    EXPECT_EQ(svc().m_bParaReady, 1);
+    EXPECT_EQ(requests(), Texts{kAreaRequest});
+}
+
 TEST_F(RulesTest, AreaLineWinsOverARuleSetBesideIt) {
     reply("{\"AREALINE\":[{\"ID\":5},{\"NOID\":6},[7]],\"DUMMY100\":[{\"ID\":5}]}");
     EXPECT_TRUE(rules().empty());
