@@ -228,7 +228,7 @@ TEST_F(RuleLines, DumpPrintsEveryRuleAndAreaOnStandardOutput) {
     svc().printfZelAlertPara();
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               stars + "***************************no  Para**********************\n" + stars);
-    ZelAlertPara_t rule = harness::makeRule(7, 5, {{14, GT, 60.5}, {98, EQ, 1.0}});
+    ZelAlertPara_t rule = harness::makeRule(7, 5, {{14, GT, 60.5}, {98, EQ, 1.0}, {103, LT, 0}});
     rule.startTime = harness::dateTime(26, 3, 5, 8, 0, 9);
     rules().push_back(rule);
     areas()[7] = true;
@@ -239,7 +239,8 @@ TEST_F(RuleLines, DumpPrintsEveryRuleAndAreaOnStandardOutput) {
               stars + equals + "alertID\t \t[7]\n" + "startTime\t[20260305][08:00:09]\n" +
                   "endTime\t\t[20000000][00:00:00]\n" + "atLeast\t\t[5]\n" +
                   "Trigger \t[14][SPEED][0][60.50000000]->Event,Type,Value \n" +
-                  "Trigger \t[98][ALPR_status][2][1.00000000]->Event,Type,Value \n" + equals +
+                  "Trigger \t[98][ALPR_status][2][1.00000000]->Event,Type,Value \n" +
+                  "Trigger \t[103][?][1][0.00000000]->Event,Type,Value \n" + equals +
                   "AreaID = [3],state = [0]\n" + "AreaID = [7],state = [1]\n" + stars);
     EXPECT_TRUE(printed().empty());
 }
