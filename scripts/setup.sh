@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(cmake make g++ clang pkg-config libjsoncpp-dev libgtest-dev libgmock-dev
-          libbenchmark-dev strace python3 clang-tidy cppcheck "$@")
+          libbenchmark-dev strace python3 clang-tidy cppcheck gcovr "$@")
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -13,6 +13,9 @@
 # and the frames in the log files against the alerts reported. Fails when
 # anything was lost, an alert never ended, or memory grew.
 #   ./scripts/soak.sh [SECONDS]
+# SOAK_RESTART=PERIOD,OFFSET moves the storage restarts (default 24,1.5).
+# Every process of the run is ended before the verdict, a storage peer in the
+# middle of a restart included; one still running fails the soak.
 # The run folder (logs, outputs) is named at the end; it is kept on failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -31,11 +34,33 @@ storage=$(prog zel-storage)
 run=$(mktemp -d /tmp/zel-soak.XXXXXX)
 export Q7X_BUS_PATH=$run/bus.sock
 pids=()
+# True while pid runs: gone, or a zombie that its new parent has not reaped.
+alive() { [ -e "/proc/$1" ] && [ "$(cut -d' ' -f3 "/proc/$1/stat" 2>/dev/null)" != Z ]; }
+# Ends every process of the run. The storage peer is no child of this shell
+# and may be in a restart: the lock waits for a restart under way, and the
+# mark keeps a later one from starting a new peer.
 cleanup() {
-  for pid in "${pids[@]}" $(cat "$run/storage.pid" 2>/dev/null); do
-    kill "$pid" 2>/dev/null || true
-  done
+  touch "$run/stopping"
+  (flock 9; pid=$(cat "$run/storage.pid" 2>/dev/null || true)
+   if [ -n "$pid" ]; then
+     kill "$pid" 2>/dev/null || true
+     for _ in $(seq 500); do alive "$pid" || break; sleep 0.01; done
+     ! alive "$pid" || kill -KILL "$pid" 2>/dev/null || true
+   fi) 9>"$run/storage.lock"
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
   wait 2>/dev/null || true
+}
+# Processes still running that belong to the run: their command line or
+# environment names its folder.
+leftovers() {
+  local p
+  for p in /proc/[0-9]*; do
+    [ "${p#/proc/}" = "$$" ] || [ "${p#/proc/}" = "$BASHPID" ] && continue
+    alive "${p#/proc/}" || continue
+    if grep -qs "$run" "$p/cmdline" "$p/environ"; then
+      tr '\0' ' ' <"$p/cmdline" 2>/dev/null; echo " (pid ${p#/proc/})"
+    fi
+  done
 }
 trap cleanup EXIT
 
@@ -48,14 +73,18 @@ echo "{\"DUMMY100\": [$rules], \"CIRCLE100\": [], \"LINE100\": [], \"POLY100\": 
 echo "{\"DUMMY\": [$rules]}" >"$run/cover.json"
 # The storage peer starts from a shell that leaves at once, so that nobody
 # needs to reap it. A restart: the old peer gone (it flushes on SIGTERM;
-# gone is also a zombie nobody reaps), the new one started.
+# gone is also a zombie nobody reaps), the new one started. A restart holds
+# the lock (which the peer must not inherit) for its whole length.
 cat >"$run/start-storage.sh" <<EOF
 #!/bin/sh
-"$storage" "$run/logs" >>"$run/storage.out" 2>&1 &
+"$storage" "$run/logs" >>"$run/storage.out" 2>&1 9>&- &
 echo \$! >"$run/storage.pid"
 EOF
 cat >"$run/restart-storage.sh" <<EOF
 #!/bin/sh
+exec 9>"$run/storage.lock"
+flock 9
+[ -e "$run/stopping" ] && exit 0
 old=\$(cat "$run/storage.pid")
 kill "\$old"
 while [ -e /proc/\$old ] && [ "\$(cut -d' ' -f3 /proc/\$old/stat 2>/dev/null)" != Z ]; do
@@ -81,7 +110,7 @@ echo "== soak for ${seconds}s on $Q7X_BUS_PATH"
 status=0
 "$(prog zel-soak-load)" run "$seconds" \
   --every "6,0.5,$platform push 5 $run/cover.json >>$run/push.out 2>&1" \
-  --every "24,1.5,$run/restart-storage.sh" >"$run/load.out" || status=1
+  --every "${SOAK_RESTART:-24,1.5},$run/restart-storage.sh" >"$run/load.out" || status=1
 kill -TERM "$host"; wait "$host" || status=1
 
 # Figures. RSS at start is taken 5 s in, once the service has its rules.
@@ -111,6 +140,14 @@ echo "log frames: $frames ($open never closed) for $(field began) alerts reporte
 [ "$frames" = "$(field began)" ] && [ "$open" = 0 ] || status=1
 # Flat: no more than 256 kB above the start.
 [ -n "$rss_start" ] && [ "$((rss_end - rss_start))" -le 256 ] || status=1
+# Nothing of the run may outlive it, a storage peer in a restart included.
+cleanup
+trap - EXIT
+left=$(leftovers)
+if [ -n "$left" ]; then
+  echo "soak: processes left running:"; echo "$left"
+  status=1
+fi
 if [ "$status" = 0 ]; then
   echo "soak: PASS (run folder $run)"
   rm -rf "$run"

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Builds and runs every test: once as built for use, once under
 # AddressSanitizer and UndefinedBehaviorSanitizer; the bus and host tests
-# once more under ThreadSanitizer; then each fuzz target briefly, and a
-# one-minute soak of the whole device; last, clang-tidy and cppcheck over
-# the whole tree (scripts/static.sh).
+# once more under ThreadSanitizer; then a random sample of the mutants, each
+# fuzz target briefly, and a one-minute soak of the whole device; last,
+# clang-tidy and cppcheck over the whole tree (scripts/static.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh
@@ -27,6 +27,8 @@ cmake -S . -B build-tsan -DAZ_BUILD_TESTS=ON -DAZ_WERROR=ON -DAZ_SANITIZE=thread
 cmake --build build-tsan -j"$jobs" --target platform_bus_test platform_misc_test \
   platform_process_test q7x-host q7x-busd q7xtestplugin
 TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build-tsan --output-on-failure -j"$jobs" -R '^platform_'
+echo "== mutation testing, a sample of 8 mutants (${SECONDS}s so far)"
+./scripts/mutate.sh --sample 8
 echo "== fuzz targets, 10 s each (${SECONDS}s so far)"
 ./scripts/fuzz.sh 10
 echo "== soak, 60 s (${SECONDS}s so far)"

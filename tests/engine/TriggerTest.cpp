@@ -18,12 +18,9 @@ TEST_F(Trigger, ComparisonsExcludeTheThresholdAndRefuseNaNAndSignalsWithoutAValu
         EXPECT_EQ(svc().checkValue(r.value, r.threshold, r.type), r.expected)
             << r.value << " " << r.type << " " << r.threshold;
     EXPECT_FALSE(svc().checkValue(1, 0, static_cast<eTriggerType>(3)));
-    EXPECT_TRUE(h.hasLine("checkValue invalid type =3\n"));
     // A signal without a value is false; an event beyond the catalogue changes nothing.
     EXPECT_FALSE(trigger(14, LT, 1.0, true));
-    EXPECT_TRUE(h.hasLine("Event[14][SPEED] the value is Invalid !\n"));
     EXPECT_TRUE(trigger(103, GT, 0.0, true));
-    EXPECT_TRUE(h.hasLine("update EventList  invalid Event =103\n"));
 }
 
 // The first and last slot of each family, so that a shifted index shows; both
@@ -68,7 +65,6 @@ TEST_F(Trigger, PanicKeyCodesAndAnUnknownCodeLeavesTheLastResult) {
         EXPECT_EQ(trigger(8, GT, 0.5), r.gtHalf) << int(r.code);
         EXPECT_EQ(svc().m_LastResult[8], r.last) << int(r.code);
     }
-    EXPECT_TRUE(h.hasLine("value[0] is error !"));
 }
 
 }  // namespace

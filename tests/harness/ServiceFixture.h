@@ -68,6 +68,37 @@ inline std::vector<Report> decodeList(const Bytes& payload) {
     return list;
 }
 
+// One diagnostic line: its level, the operation that printed it and its text.
+struct Line {
+    int level;
+    std::string func, text;
+    bool operator==(const Line& o) const {
+        return level == o.level && func == o.func && text == o.text;
+    }
+};
+inline std::string quoted(const std::string& text) {
+    std::string out = "\"";
+    for (char c : text) {
+        if (c == '\n') out += "\\n";
+        else if (c == '\r') out += "\\r";
+        else if (c == '\t') out += "\\t";
+        else if (c == '"' || c == '\\') out += std::string("\\") + c;
+        else out += c;
+    }
+    return out + "\"";
+}
+inline void PrintTo(const Line& l, std::ostream* os) {
+    *os << "{" << l.level << ", \"" << l.func << "\", " << quoted(l.text) << "}";
+}
+// Lines as rows of a test table, to paste where the service's lines changed
+// on purpose.
+inline std::string asTable(const std::vector<Line>& lines) {
+    std::string out;
+    for (const Line& l : lines)
+        out += "{" + std::to_string(l.level) + ", \"" + l.func + "\", " + quoted(l.text) + "},\n";
+    return out;
+}
+
 // A started service, nothing sent or printed yet as far as the test sees.
 class ServiceTest : public ::testing::Test {
 protected:
@@ -108,6 +139,23 @@ protected:
         unsigned long long mark = 0;
         svc().upDateTrigger(t, atLeast, mark, initial);
         return initial;
+    }
+
+    // Every line printed since the last clear, which this clears; each must
+    // carry the service's source name.
+    std::vector<Line> printed() {
+        std::vector<Line> out;
+        for (const DebugLine& l : h.lines()) {
+            EXPECT_EQ(l.file, "basicservice/basebusiness/AlertZelManage/src/AlertZelManage");
+            out.push_back(Line{l.level, l.func, l.text});
+        }
+        h.clearLines();
+        return out;
+    }
+    // Compares the lines printed since the last clear with `expected`.
+    void expectLines(const std::vector<Line>& expected) {
+        std::vector<Line> got = printed();
+        EXPECT_EQ(got, expected) << "printed:\n" << asTable(got);
     }
 
     std::vector<unsigned int> sentIds() {

@@ -68,6 +68,11 @@ TEST_F(RulesTest, RuleTakesEveryFieldAndOrdersTriggersByEvent) {
     EXPECT_EQ(harness::six(bad.startTime), harness::Bytes(6, 0));
     EXPECT_EQ(harness::six(bad.endTime), harness::Bytes(6, 0));
     EXPECT_EQ(bad.atLeast, 0u);
+    for (const ZelAlertPara_t& p : rules()) {  // a new rule has no run state
+        EXPECT_EQ(p.bLastState + p.bState + p.bConditionMet + p.conditionTime + p.EventMark, 0u);
+        EXPECT_EQ(harness::six(p.alarmStart), harness::Bytes(6, 0));
+        EXPECT_EQ(harness::six(p.alarmEnd), harness::Bytes(6, 0));
+    }
     EXPECT_TRUE(h.hasLine("STARTIME not a text DUMMY[1]!\n"));
     EXPECT_TRUE(h.hasLine("==stringToDateTime,errcode[5]...\n"));
     EXPECT_EQ(h.countLines("GetJsonAtleast fail !\n"), 1);

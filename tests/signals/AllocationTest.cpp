@@ -1,7 +1,7 @@
 // Frames arrive by the thousand per second and a pass evaluates every trigger
 // ten times a second: neither may allocate. This executable replaces the
 // global operator new and wraps malloc, calloc and realloc at link time,
-// counting while a flag is on. The harness's diagnostic sink (which keeps
+// counting while a flag is on, and failing allocations of one size on demand. The harness's diagnostic sink (which keeps
 // each line in a vector of strings) is told to drop lines unformatted.
 #include <stdlib.h>
 
@@ -14,6 +14,7 @@ namespace {
 
 bool g_counting = false;
 size_t g_allocations = 0;
+size_t g_failingSize = 0;  // non-zero: malloc of exactly this size fails
 
 template <typename F>
 size_t allocationsOf(F body) {
@@ -44,6 +45,7 @@ void* __real_calloc(size_t n, size_t size);
 void* __real_realloc(void* p, size_t n);
 void* __wrap_malloc(size_t n) {
     g_allocations += g_counting;
+    if (n == g_failingSize) return nullptr;
     return __real_malloc(n);
 }
 void* __wrap_calloc(size_t n, size_t size) {
@@ -111,6 +113,35 @@ TEST_F(Allocation, TriggerEvaluationOfAPassAllocatesNothing) {
               0u);
     EXPECT_EQ(svc().m_ParaList.front().bConditionMet, 1);
     for (const ZelAlertPara_t& r : svc().m_ParaList) EXPECT_EQ(r.bState, 0) << r.alertID;
+}
+
+// A list of five records is 168 bytes; when it can't be allocated, the
+// builder that sends it reports so under its own name and goes no further,
+// and so does the state query.
+TEST_F(Allocation, AnAlertListThatCannotBeAllocatedIsReportedByItsBuilder) {
+    h.setCaptureLevel(4);
+    for (uint32_t id = 1; id <= 5; ++id) addRule(id);
+    speed(70);
+    g_failingSize = 168;
+    svc().CheckAlarm();
+    svc().StopAllAlarm();
+    g_failingSize = 0;
+    std::vector<std::string> failures;
+    for (const harness::DebugLine& l : h.lines())
+        if (l.text == "msgZelAlertData malloc fail !\n") failures.push_back(l.func);
+    EXPECT_EQ(failures, (std::vector<std::string>{"CheckAlarm", "StopAllAlarm"}));
+    EXPECT_FALSE(h.hasLine("======StopAllAlarm==End=== !\n"));
+    EXPECT_TRUE(h.sentWithId(3215).empty());
+    for (const ZelAlertPara_t& r : svc().m_ParaList) EXPECT_EQ(r.bLastState, 0) << r.alertID;
+    // The state query with three open frames needs 104 bytes: no reply then.
+    for (uint32_t id = 1; id <= 3; ++id) svc().m_LogFrameMap[id];
+    h.clearLines();
+    g_failingSize = 104;
+    h.deliver(3216, Bytes());
+    g_failingSize = 0;
+    EXPECT_EQ(h.texts(), (std::vector<std::string>{"=======OnGetZelAlertState======!\n",
+                                                    "msgZelAlertData malloc fail !\n"}));
+    EXPECT_TRUE(h.sentWithId(3216 | 0x8000).empty());
 }
 
 }  // namespace

@@ -9,23 +9,12 @@ namespace {
 using BasicSignals = harness::ServiceTest;
 
 TEST_F(BasicSignals, InputWordSetsSixteenFlagsAndTheEightInputEventsAndNotesAChange) {
-    // changeLine: "" when the word equals the last one.
-    struct { uint32_t word; const char* changeLine; } steps[] = {
-        {0x00000000, ""},  // first word 0: no change line, still valid
-        {0x80018001, "m_IOlState change from[0x0] to [0x80018001]\n"},
-        {0x80018001, ""},
-        {0x0000007E, "m_IOlState change from[0x80018001] to [0x7e]\n"},
-    };
-    for (const auto& st : steps) {
-        h.clearLines();
-        send(1031, harness::le32(st.word));
-        EXPECT_EQ(svc().m_IOlState, st.word);
-        for (int i = 0; i < 16; ++i) EXPECT_EQ(svc().m_IoState[i], (st.word >> i) & 1) << i;
+    // The change lines are compared in SignalLinesTest.
+    for (uint32_t word : {0x00000000u, 0x80018001u, 0x80018001u, 0x0000007Eu}) {
+        send(1031, harness::le32(word));
+        EXPECT_EQ(svc().m_IOlState, word);
+        for (int i = 0; i < 16; ++i) EXPECT_EQ(svc().m_IoState[i], (word >> i) & 1) << i;
         for (uint32_t e = 0; e <= 8; ++e) EXPECT_EQ(svc().isEventValid(e), e < 8) << e;
-        int changes = 0;
-        for (const std::string& t : h.texts()) changes += t.find("m_IOlState change") == 0;
-        EXPECT_EQ(changes, *st.changeLine ? 1 : 0) << st.word;
-        EXPECT_TRUE(!*st.changeLine || h.hasLine(st.changeLine)) << st.changeLine;
     }
 }
 

@@ -73,13 +73,14 @@ TEST_F(J1939, GroupNumberIsBits8To23OfTheIdentifier) {
 // Rows count with an id below 64, a length and a group. The value is kept by
 // table row (event 34 + row) and printed with the row's id.
 TEST_F(J1939, FirstCountingRowOfAGroupWinsAndValuesAreKeptByRow) {
-    // Rows 0..2 don't count; 3 and 7 share a group, 5 and 9 have their own.
+    // Rows 0..2 don't count; 3 and 7 share a group, 5, 9 and 11 have their own;
+    // 11's group 60097 hashes to the place of 65265 and takes the next one.
     std::vector<J1939Row> rows = {
         {64, 8, 65265, 0, 0, 1, 0}, {1, 0, 65265, 0, 0, 1, 0}, {2, 8, 0, 0, 0, 1, 0},
         {3, 8, 65265, 0, 0, 1, 0},  {5, 8, 100, 1, 0, 1, 0},   {7, 8, 65265, 1, 0, 1, 0},
-        {9, 16, 61444, 3, 0, 0.125, 0}, {12, 8, 65262, 0, 2, 1, -40},
+        {9, 16, 61444, 3, 0, 0.125, 0}, {11, 8, 60097, 0, 0, 1, 0}, {12, 8, 65262, 0, 2, 1, -40},
     };
-    std::vector<size_t> at = {0, 1, 2, 3, 5, 7, 9, 63};
+    std::vector<size_t> at = {0, 1, 2, 3, 5, 7, 9, 11, 63};
     table(rows, at);
     EXPECT_EQ(Bytes(svc().m_J1939Param, svc().m_J1939Param + 6048), sig::j1939Table(rows, at));
     // The table alone neither decodes nor validates anything.
@@ -89,11 +90,13 @@ TEST_F(J1939, FirstCountingRowOfAGroupWinsAndValuesAreKeptByRow) {
     frame(0x0CF00400, 0x000000401F000000ull);
     frame(0x180064AA, 0x3300);
     frame(0x18FEEE00, 0x84 << 2);
+    frame(0x18EAC1F9, 0x44);
     EXPECT_TRUE(h.hasLine("J1939_12:92.00000000 \n"));
     EXPECT_FALSE(has(12));
     EXPECT_TRUE(holds(34 + 3, EQ, 0x11) && holds(34 + 5, EQ, 0x33) &&
-                holds(34 + 9, EQ, 0x401F * 0.125) && holds(34 + 63, EQ, 92.0));
-    EXPECT_EQ(svc().m_J1939Value.size(), 4u);
+                holds(34 + 9, EQ, 0x401F * 0.125) && holds(34 + 63, EQ, 92.0) &&
+                holds(34 + 11, EQ, 0x44));
+    EXPECT_EQ(svc().m_J1939Value.size(), 5u);
     h.clearLines();
     EXPECT_FALSE(holds(34 + 7, GT, -1e9));  // valid, but row 7 never gets a value
     EXPECT_TRUE(h.texts().empty());

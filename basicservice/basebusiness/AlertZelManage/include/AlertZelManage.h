@@ -44,6 +44,10 @@ const int kEventCount = 103;
 #define ZEL_SRC "basicservice/basebusiness/AlertZelManage/src/AlertZelManage"
 #define ZEL_LOG(level, ...) \
     Common::gclDebugPrintf((level), ZEL_SRC, __FUNCTION__, __LINE__, __VA_ARGS__)
+// A line on behalf of the operation `func`: a helper prints with the name of
+// the operation that called it, as if the line stood there.
+#define ZEL_LOG_AS(func, level, ...) \
+    Common::gclDebugPrintf((level), ZEL_SRC, (func), __LINE__, __VA_ARGS__)
 
 class CAlertZelManage : public Common::CThread, public CServiceBase {
 public:
@@ -117,8 +121,8 @@ public:
     void appendAlertRecord(const ZelAlertPara_t& para, const Common::_datetime_& time,
                            uint8_t ended);
     // Publishes m_AlertList as message 3215; false when the payload could not
-    // be allocated.
-    bool sendAlertList();
+    // be allocated, which is reported on behalf of `caller`, the builder.
+    bool sendAlertList(const char* caller);
 
     // ---- rule provisioning ----
     void clearZelAlertPara(ZelAlertPara_t& para);

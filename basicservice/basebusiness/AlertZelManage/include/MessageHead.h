@@ -35,6 +35,15 @@ inline uint32_t receivedPayload(const char* msg, int len) {
     return claimed < got ? claimed : got;
 }
 
+// The payload length a handler judges against its accepted range [lo, hi]:
+// the head's, taken as true; only when that lies in the range is it cut to
+// the bytes really received, so that nothing is read past len. The caller
+// has checked len >= 16.
+inline uint32_t judgedPayload(const char* msg, int len, uint32_t lo, uint32_t hi) {
+    uint32_t claimed = headPayloadLength(msg);
+    return claimed < lo || claimed > hi ? claimed : receivedPayload(msg, len);
+}
+
 }  // namespace zel
 
 #endif  // ALERTZEL_MESSAGEHEAD_H

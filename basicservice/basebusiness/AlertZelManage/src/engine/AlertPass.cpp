@@ -113,7 +113,7 @@ void CAlertZelManage::CheckAlarm() {
         }
         para.bLastState = para.bState;
     }
-    if (!m_AlertList.empty()) sendAlertList();
+    if (!m_AlertList.empty()) sendAlertList(__FUNCTION__);
 }
 
 bool CAlertZelManage::checkTime(Common::_datetime_& start, Common::_datetime_& end) {

@@ -28,7 +28,7 @@ void CAlertZelManage::StopAllAlarm() {
         }
         para.bLastState = para.bState;
     }
-    if (!sendAlertList()) return;
+    if (!sendAlertList(__FUNCTION__)) return;
     ZEL_LOG(3, "======StopAllAlarm==End=== !\n");
 }
 
@@ -53,7 +53,7 @@ void CAlertZelManage::StopOneAlarm(unsigned int alertID) {
         para.bLastState = para.bState;
         break;
     }
-    if (!sendAlertList()) return;
+    if (!sendAlertList(__FUNCTION__)) return;
     ZEL_LOG(3, "======StopOneAlarm[%d]==End=== !\n", static_cast<int>(alertID));
 }
 

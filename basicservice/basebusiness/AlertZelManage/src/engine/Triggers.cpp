@@ -187,9 +187,11 @@ void CAlertZelManage::upDateEvent(sInputTrigger& trigger, unsigned int& atLeast,
 
 void CAlertZelManage::noteResultChange(const sInputTrigger& trigger, double value, bool result) {
     m_LastResult[trigger.Event] = result ? 1 : 0;
-    ZEL_LOG(3, "checkAlert Event[%s]==value[%lf]==opt[%d]==param[%lf]==result[%d] \n",
-            EVENT_NAME[trigger.Event].c_str(), value, static_cast<int>(trigger.Type),
-            trigger.Value, result ? 1 : 0);
+    // The line belongs to upDateEvent; it is printed here to keep that small.
+    ZEL_LOG_AS("upDateEvent", 3,
+               "checkAlert Event[%s]==value[%lf]==opt[%d]==param[%lf]==result[%d] \n",
+               EVENT_NAME[trigger.Event].c_str(), value, static_cast<int>(trigger.Type),
+               trigger.Value, result ? 1 : 0);
 }
 
 bool CAlertZelManage::checkValue(double value, double threshold, eTriggerType type) {
@@ -206,6 +208,6 @@ bool CAlertZelManage::checkValue(double value, double threshold, eTriggerType ty
 }
 
 bool CAlertZelManage::refuseTriggerType(eTriggerType type) {
-    ZEL_LOG(3, "checkValue invalid type =%d\n", static_cast<int>(type));
+    ZEL_LOG_AS("checkValue", 3, "checkValue invalid type =%d\n", static_cast<int>(type));
     return false;
 }

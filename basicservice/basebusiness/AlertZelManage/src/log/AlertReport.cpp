@@ -34,13 +34,13 @@ void CAlertZelManage::appendAlertRecord(const ZelAlertPara_t& para,
     m_AlertList.push_back(rec);
 }
 
-bool CAlertZelManage::sendAlertList() {
+bool CAlertZelManage::sendAlertList(const char* caller) {
     size_t count = m_AlertList.size();
     if (count == 0) return true;
     size_t size = kListHeadSize + kRecordSize * count;
     uint8_t* payload = static_cast<uint8_t*>(malloc(size));
     if (payload == NULL) {
-        ZEL_LOG(3, "msgZelAlertData malloc fail !\n");
+        ZEL_LOG_AS(caller, 3, "msgZelAlertData malloc fail !\n");
         return false;
     }
     zel::putLe32(payload, zel::kListCount, static_cast<uint32_t>(count));

@@ -43,8 +43,7 @@ void replyWait(void* client, const uint8_t& pending) {
 // The payload length a reply handler judges: the head's, taken as true, but
 // never more than really arrived, so that a reply is not read past len.
 uint32_t checkedLength(const char* msg, int len, uint32_t expected) {
-    uint32_t claimed = zel::headPayloadLength(msg);
-    return claimed == expected ? zel::receivedPayload(msg, len) : claimed;
+    return zel::judgedPayload(msg, len, expected, expected);
 }
 
 }  // namespace

@@ -73,8 +73,7 @@ void CAlertZelManage::OnUpdateFenceInfo(const char* msg, int len) {
         ZEL_LOG(3, "fence info length error \n");
         return;
     }
-    // Only the bytes really received count, whatever the head claims.
-    uint32_t payload = zel::receivedPayload(msg, len);
+    uint32_t payload = zel::judgedPayload(msg, len, kFenceMinPayload, kFenceMaxPayload);
     if (payload < kFenceMinPayload) {
         ZEL_LOG(3, "data length failed msgerror=%d\n", static_cast<int>(payload));
         return;

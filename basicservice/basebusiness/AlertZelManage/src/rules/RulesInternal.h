@@ -9,11 +9,6 @@
 
 #include "AlertZelManage.h"
 
-// A diagnostic line on behalf of the operation `func`: helpers print with the
-// name of the operation that called them, as if the line stood there.
-#define ZEL_LOG_AS(func, level, ...) \
-    Common::gclDebugPrintf((level), ZEL_SRC, (func), __LINE__, __VA_ARGS__)
-
 namespace zel {
 
 // The area map warns above this many entries but never refuses one.
