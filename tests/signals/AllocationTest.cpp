@@ -27,7 +27,12 @@ size_t allocationsOf(F body) {
 
 }  // namespace
 
-// The malloc here is the counting one below.
+// The malloc here is the counting one below. GCC, once it has inlined these
+// into a delete expression, takes the free below for a mismatch with new.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
 void* operator new(size_t n) {
     void* p = malloc(n ? n : 1);
     if (p == nullptr) throw std::bad_alloc();
@@ -38,6 +43,9 @@ void operator delete(void* p) noexcept { free(p); }
 void operator delete[](void* p) noexcept { free(p); }
 void operator delete(void* p, size_t) noexcept { free(p); }
 void operator delete[](void* p, size_t) noexcept { free(p); }
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
 
 extern "C" {
 void* __real_malloc(size_t n);
