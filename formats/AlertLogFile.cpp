@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include "ByteOrder.h"
+#include "CommandLine.h"
 
 namespace zelstore {
 
@@ -138,8 +139,8 @@ std::string damageText(const std::string& path, const LogScan& scan, size_t size
 
 bool readLogFile(const std::string& path, std::vector<uint8_t>& bytes, std::string& why) {
     FILE* f = fopen(path.c_str(), "rb");
-    if (f == NULL) {
-        why = strerror(errno);
+    if (f == nullptr) {
+        why = cli::errorText(errno);
         return false;
     }
     bytes.clear();

@@ -4,6 +4,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "CommandLine.h"
+
 namespace platformpeer {
 
 namespace {
@@ -36,8 +38,8 @@ bool needArray(const std::string& name, const Json::Value& v, const char* key, b
 
 bool readFile(const std::string& path, std::string& text, std::string& error) {
     FILE* f = fopen(path.c_str(), "rb");
-    if (f == NULL) {
-        error = path + ": " + strerror(errno);
+    if (f == nullptr) {
+        error = path + ": " + cli::errorText(errno);
         return false;
     }
     text.clear();

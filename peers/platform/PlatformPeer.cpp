@@ -52,8 +52,8 @@ const char kUsage[] =
 int fail(const std::string& error) { return cli::fail(kProgram, error); }
 
 bool parseNumber(const char* text, unsigned long max, unsigned long& out) {
-    if (text == NULL || *text < '0' || *text > '9') return false;
-    char* end = NULL;
+    if (text == nullptr || *text < '0' || *text > '9') return false;
+    char* end = nullptr;
     errno = 0;
     out = strtoul(text, &end, 10);
     return errno == 0 && *end == '\0' && out <= max;
@@ -61,7 +61,7 @@ bool parseNumber(const char* text, unsigned long max, unsigned long& out) {
 
 // The payload of a received message: never more than arrived.
 std::string payloadOf(const char* msg, int len) {
-    if (msg == NULL || len < kHeadSize) return std::string();
+    if (msg == nullptr || len < kHeadSize) return std::string();
     uint32_t claimed = zel::headPayloadLength(msg);
     size_t got = static_cast<size_t>(len - kHeadSize);
     return std::string(msg + kHeadSize, claimed < got ? claimed : got);

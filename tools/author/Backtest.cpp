@@ -17,6 +17,7 @@
 #include <sstream>
 
 #include "BacktestReport.h"
+#include "CommandLine.h"
 #include "DriveRun.h"
 #include "RuleFile.h"
 #include "Scenario.h"
@@ -44,7 +45,7 @@ bool expandDrives(const std::vector<std::string>& names, std::vector<std::string
     for (const std::string& name : names) {
         struct stat st;
         if (stat(name.c_str(), &st) != 0) {
-            error = name + ": " + strerror(errno);
+            error = name + ": " + cli::errorText(errno);
             return false;
         }
         if (!S_ISDIR(st.st_mode)) {
@@ -52,8 +53,8 @@ bool expandDrives(const std::vector<std::string>& names, std::vector<std::string
             continue;
         }
         DIR* d = opendir(name.c_str());
-        if (d == NULL) {
-            error = name + ": " + strerror(errno);
+        if (d == nullptr) {
+            error = name + ": " + cli::errorText(errno);
             return false;
         }
         std::vector<std::string> found;
@@ -176,7 +177,7 @@ bool parseArgs(int argc, char** argv, Options& o, std::string& error) {
             continue;
         }
         std::string v = argv[++i];
-        char* end = NULL;
+        char* end = nullptr;
         if (a == "--j1939") o.table = v;
         else if (a == "--json") o.json = v;
         else if (a == "--csv") o.csv = v;
@@ -268,7 +269,7 @@ int backtestMain(int argc, char** argv) {
     std::string rulesText = wholeSetText(rules), oldText = o.old.empty() ? "" : wholeSetText(old);
     std::vector<pid_t> pids;
     std::vector<int> from;
-    fflush(NULL);
+    fflush(nullptr);
     for (int k = 0; k < jobs; ++k) {
         int p[2];
         if (pipe(p) != 0) return 2;
@@ -278,7 +279,7 @@ int backtestMain(int argc, char** argv) {
             for (int f : from) close(f);
             FILE* out = fdopen(p[1], "w");
             worker(tasks[0], out, o, drives, rulesText, oldText, clock,
-                   o.table.empty() ? NULL : &table);
+                   o.table.empty() ? nullptr : &table);
             fclose(out);
             _exit(0);
         }

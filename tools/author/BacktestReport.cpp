@@ -11,6 +11,8 @@
 
 #include <json/json.h>
 
+#include "CommandLine.h"
+
 namespace zelauthor {
 
 namespace {
@@ -178,7 +180,7 @@ bool writeJsonReport(const std::string& path, const Report& r, std::string& erro
     std::ofstream out(path, std::ios::binary);
     out << Json::StyledWriter().write(root);
     out.close();
-    if (!out) error = path + ": " + strerror(errno);
+    if (!out) error = path + ": " + cli::errorText(errno);
     return static_cast<bool>(out);
 }
 
@@ -201,7 +203,7 @@ bool writeCsvReport(const std::string& path, const Report& r, std::string& error
         }
     }
     out.close();
-    if (!out) error = path + ": " + strerror(errno);
+    if (!out) error = path + ": " + cli::errorText(errno);
     return static_cast<bool>(out);
 }
 

@@ -13,6 +13,7 @@
 #include "AlertZelManage.h"
 #include "ByteOrder.h"
 #include "Candump.h"
+#include "CommandLine.h"
 #include "FakePlatform.h"
 #include "Harness.h"
 #include "MemoryStorage.h"
@@ -190,7 +191,7 @@ std::vector<Episode> DriveRun::episodes() const { return episodesOf(m_records, m
 Status loadTableStep(const std::string& path, zelscenario::Step& step, std::string& error) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
     std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -215,7 +216,7 @@ Status loadTableStep(const std::string& path, zelscenario::Step& step, std::stri
 Status playCanLog(const std::string& path, DriveRun& run, double& last, std::string& error) {
     std::ifstream in(path);
     if (!in) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
     std::string line;
@@ -244,7 +245,7 @@ Status playCanLog(const std::string& path, DriveRun& run, double& last, std::str
         run.play(step);
     }
     if (in.bad()) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
     if (!any) {

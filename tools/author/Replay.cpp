@@ -14,6 +14,7 @@
 #include "AlertZelManage.h"
 #include "ByteOrder.h"
 #include "Candump.h"
+#include "CommandLine.h"
 #include "Harness.h"
 #include "MemoryStorage.h"
 #include "MessageIds.h"
@@ -58,8 +59,8 @@ bool parseClock(const std::string& text, int f[6]) {
 
 bool readable(const std::string& path, std::string& error) {
     FILE* f = fopen(path.c_str(), "rb");
-    if (f == NULL) {
-        error = path + ": " + strerror(errno);
+    if (f == nullptr) {
+        error = path + ": " + cli::errorText(errno);
         return false;
     }
     fclose(f);
@@ -70,7 +71,7 @@ Status tableStep(const std::string& path, Steps& steps, std::vector<RowName>& na
                  std::string& error) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
     std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());

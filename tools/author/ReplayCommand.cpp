@@ -55,7 +55,7 @@ int replayCommand(int argc, char** argv) {
             else if (a == "--svg") args.svg = value;
             else if (a == "--clock") args.clock = value;
             else {
-                char* end = NULL;
+                char* end = nullptr;
                 args.until = strtod(value.c_str(), &end);
                 if (end == value.c_str() || *end != '\0' || !(args.until >= 0))
                     return usageError("replay", "--until " + value + ": expected seconds, such as 30");

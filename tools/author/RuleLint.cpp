@@ -353,7 +353,7 @@ Status runLint(const LintArgs& args, Findings& out, std::string& error) {
         if (s != kClean) return s;
     }
     std::vector<RowUse> uses;
-    lintRules(file, args.table.empty() ? NULL : &table, out, uses);
+    lintRules(file, args.table.empty() ? nullptr : &table, out, uses);
     lintSize(file, out);
     if (!args.table.empty()) lintTable(table, out);
     if (!frames.empty()) lintCan(table, frames, uses, out);

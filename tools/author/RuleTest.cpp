@@ -12,6 +12,7 @@
 
 #include <json/json.h>
 
+#include "CommandLine.h"
 #include "DriveRun.h"
 #include "PlatformRules.h"
 #include "RuleFile.h"
@@ -413,7 +414,7 @@ bool writeJunit(const std::string& path, const std::vector<CaseResult>& results,
     out << x.str();
     out.close();
     if (!out) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return false;
     }
     return true;

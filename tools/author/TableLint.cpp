@@ -13,6 +13,7 @@
 #include <set>
 #include <sstream>
 
+#include "CommandLine.h"
 #include "SignalRecords.h"
 #include "SignalTable.h"
 
@@ -95,7 +96,7 @@ Status loadTable(const std::string& path, J1939Table& out, std::string& error) {
     out.path = path;
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
     std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -122,7 +123,7 @@ Status loadCanLog(const std::string& path, std::vector<zelj1939::CanFrame>& fram
     frames.clear();
     std::ifstream in(path);
     if (!in) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
     bool read = zelj1939::readCandumpLog(in, path, frames, error);
@@ -141,19 +142,19 @@ double decodeRow(const TableRow& row, uint64_t data, uint64_t& raw) {
 }
 
 const char* specialValue(uint64_t raw, int32_t length) {
-    if (length < 2) return NULL;
+    if (length < 2) return nullptr;
     if (length >= 8) {
         uint32_t low = static_cast<uint32_t>(std::min(length, 64)) - 8;
         uint64_t top = raw >> low;
         if (top == 0xFF) return "not available";
         if (top == 0xFE) return "error";
         if (top >= 0xFB) return "reserved";
-        return NULL;
+        return nullptr;
     }
     uint64_t ones = (1ull << length) - 1;
     if (raw == ones) return "not available";
     if (raw == ones - 1) return "error";
-    return NULL;
+    return nullptr;
 }
 
 void lintTable(const J1939Table& table, Findings& out) {
@@ -304,7 +305,7 @@ void lintCan(const J1939Table& table, const std::vector<zelj1939::CanFrame>& fra
             SourceStats& s = sources[f->id & 0xff];
             ++s.frames;
             const char* kind = specialValue(raw, row.length);
-            if (kind != NULL) {
+            if (kind != nullptr) {
                 ++s.special;
                 auto& k = specials[kind];
                 if (k.first++ == 0) k.second = std::make_pair(raw, v);

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include "CommandLine.h"
+
 namespace zelauthor {
 
 namespace {
@@ -300,8 +302,8 @@ std::string timelineSvg(const ReplayResult& r) {
 bool writeTimeline(const std::string& path, const ReplayResult& result, std::string& error) {
     std::string text = timelineSvg(result);
     FILE* f = fopen(path.c_str(), "wb");
-    if (f == NULL) {
-        error = path + ": " + strerror(errno);
+    if (f == nullptr) {
+        error = path + ": " + cli::errorText(errno);
         return false;
     }
     bool ok = fwrite(text.data(), 1, text.size(), f) == text.size();

@@ -49,7 +49,7 @@ void lintJ1939(RuleCheck& c, const std::string& where, const std::string& at,
     uint32_t row = t.Event - kFirstJ1939;
     const char* name = EVENT_NAME[t.Event].c_str();
     c.uses.push_back(RowUse{row, t.Value, "rule " + where.substr(5), t.Type == GT});
-    if (c.table == NULL) return;
+    if (c.table == nullptr) return;
     const J1939Table& table = *c.table;
     std::string problem;
     if (row >= table.rows.size() || (table.binary && !table.rows[row].counts() &&
@@ -106,10 +106,10 @@ void lintTriggers(RuleCheck& c, const Json::Value& rule, const ZelAlertPara_t& p
                        "give it a comparison, such as {\"GT\": 60.0}, or remove it");
             continue;
         }
-        const sInputTrigger* t = NULL;
+        const sInputTrigger* t = nullptr;
         for (const sInputTrigger& each : parsed.triggers)
             if (each.Event == k) t = &each;
-        if (t == NULL) continue;
+        if (t == nullptr) continue;
         // The service's accessors, in its order: none usable, and it takes GT 0.0.
         double ignored = 0;
         bool defaulted = !c.service.GetJsonGT(event, ignored) &&

@@ -122,8 +122,8 @@ void lintWindow(RuleCheck& c, const Json::Value& rule, const std::string& where)
         }
         return;
     }
-    const Bound* set = start.state == kSet ? &start : end.state == kSet ? &end : NULL;
-    if (set == NULL) return;
+    const Bound* set = start.state == kSet ? &start : end.state == kSet ? &end : nullptr;
+    if (set == nullptr) return;
     const Bound& other = set == &start ? end : start;
     std::string why = other.state == kZero
                           ? format("%s \"%s\" is all zero, which means no bound", other.key,

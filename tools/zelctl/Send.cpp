@@ -4,6 +4,7 @@
 
 #include <fstream>
 
+#include "CommandLine.h"
 #include "Common.h"
 #include "MessageIds.h"
 #include "PeerUtil.h"
@@ -86,7 +87,7 @@ int runTable(int argc, char** argv) {
     if (argc != 2) return wrongCall("table", argc < 2 ? "no FILE.csv" : "one FILE.csv only");
     const std::string path = argv[1];
     std::ifstream in(path.c_str());
-    if (!in) return refuse("table", path + ": cannot read: " + strerror(errno));
+    if (!in) return refuse("table", path + ": cannot read: " + cli::errorText(errno));
     std::vector<zelj1939::SignalRow> rows;
     std::string error;
     if (!zelj1939::parseSignalTable(in, rows, error))
