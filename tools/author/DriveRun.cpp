@@ -18,6 +18,7 @@
 #include "Harness.h"
 #include "MemoryStorage.h"
 #include "MessageIds.h"
+#include "ScanInts.h"
 #include "SignalTable.h"
 
 namespace zelauthor {
@@ -64,12 +65,9 @@ bool fenceOf(const zelscenario::Step& s, uint32_t& id, bool& in) {
 
 bool parseDeviceClock(const std::string& text, int f[6]) {
     f[0] = 2026, f[1] = 3, f[2] = 5;
-    char tail = 0;
     const char* s = text.c_str();
-    bool timeOnly = sscanf(s, "%d:%d:%d%c", &f[3], &f[4], &f[5], &tail) == 3;
-    if (!timeOnly &&
-        sscanf(s, "%d/%d/%d %d:%d:%d%c", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &tail) != 6 &&
-        sscanf(s, "%d-%d-%d %d:%d:%d%c", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &tail) != 6)
+    if (!scanIntsWhole(s, "%d:%d:%d", f + 3, 3) && !scanIntsWhole(s, "%d/%d/%d %d:%d:%d", f, 6) &&
+        !scanIntsWhole(s, "%d-%d-%d %d:%d:%d", f, 6))
         return false;
     return f[0] >= 2001 && f[0] <= 2099 && f[1] >= 1 && f[1] <= 12 && f[2] >= 1 && f[2] <= 31 &&
            f[3] >= 0 && f[3] <= 23 && f[4] >= 0 && f[4] <= 59 && f[5] >= 0 && f[5] <= 59;

@@ -13,6 +13,7 @@
 #include "MessageIds.h"
 #include "PlatformRules.h"
 #include "RuleLintInternal.h"
+#include "ScanInts.h"
 
 namespace zelauthor {
 
@@ -141,8 +142,9 @@ void lintDuplicateKeys(const RuleFile& file, Findings& out) {
     if (reader->parse(begin, begin + file.text.size(), &ignored, &errors)) return;
     size_t at = errors.find("Duplicate key");
     if (at == std::string::npos) return;
-    int line = 0, column = 0;
-    sscanf(errors.c_str(), "* Line %d, Column %d", &line, &column);
+    int place[2] = {0, 0};  // line, column
+    scanInts(errors.c_str(), "* Line %d, Column %d", place);
+    const int line = place[0];
     std::string what = errors.substr(at);
     what = what.substr(0, what.find('\n'));
     addFinding(out, "SET", "duplicate-key",

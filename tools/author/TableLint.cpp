@@ -14,6 +14,7 @@
 #include <sstream>
 
 #include "CommandLine.h"
+#include "ScanInts.h"
 #include "SignalRecords.h"
 #include "SignalTable.h"
 
@@ -161,7 +162,7 @@ void lintTable(const J1939Table& table, Findings& out) {
     const bool csv = !table.binary;
     if (!table.refused.empty()) {
         int line = 0;
-        sscanf(table.refused.c_str(), "line %d", &line);
+        scanInts(table.refused.c_str(), "line %d", &line);
         std::string where = "TABLE";
         for (size_t r = 0; r < table.rows.size(); ++r)
             if (table.rows[r].line == line) where = fmt("TABLE row %zu", r);

@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "RuleLintInternal.h"
+#include "ScanInts.h"
 
 namespace zelauthor {
 
@@ -80,7 +81,7 @@ void readBound(RuleCheck& c, const Json::Value& rule, const std::string& where, 
     c.service.stringToDateTime(buffer, b.dt);
     int code = 0;
     for (const harness::DebugLine& l : c.h.lines())
-        if (sscanf(l.text.c_str(), "==stringToDateTime,errcode[%d]", &code) == 1) break;
+        if (scanInts(l.text.c_str(), "==stringToDateTime,errcode[%d]", &code) == 1) break;
     if (code != 0) {
         b.state = kRefused;
         addFinding(c.out, where, "datetime-refused",
