@@ -233,7 +233,9 @@ int main(int argc, char** argv) {
         while (g_running && !player.seen()) Common::Q7X_MSGWaitForEvent(client, 200);
     }
 
-    unsigned long sent = 0, unsent = 0, frames = 0;
+    unsigned long sent = 0;
+    unsigned long unsent = 0;
+    unsigned long frames = 0;
     do {
         const double start = peer::monotonicSeconds();
         std::set<int> shownTraces;

@@ -61,7 +61,7 @@ bool expandDrives(const std::vector<std::string>& names, std::vector<std::string
         while (dirent* e = readdir(d)) {
             std::string f = e->d_name;
             if (f[0] != '.' && (endsWith(f, ".log") || endsWith(f, ".scn")))
-                found.push_back(name + (endsWith(name, "/") ? "" : "/") + f);
+                found.push_back((endsWith(name, "/") ? name : name + "/") + f);
         }
         closedir(d);
         std::sort(found.begin(), found.end());
@@ -239,7 +239,8 @@ int backtestMain(int argc, char** argv) {
                 error.c_str());
         return 2;
     }
-    RuleFile rules, old;
+    RuleFile rules;
+    RuleFile old;
     int clock[6] = {2026, 3, 5, 12, 0, 0};
     zelscenario::Step table;
     if (loadRuleFile(o.rules, rules, error) != kClean ||
@@ -266,7 +267,8 @@ int backtestMain(int argc, char** argv) {
     for (uint32_t i = 0; i < drives.size(); ++i)
         if (write(tasks[1], &i, sizeof i) != sizeof i) return 2;
     close(tasks[1]);
-    std::string rulesText = wholeSetText(rules), oldText = o.old.empty() ? "" : wholeSetText(old);
+    std::string rulesText = wholeSetText(rules);
+    std::string oldText = o.old.empty() ? "" : wholeSetText(old);
     std::vector<pid_t> pids;
     std::vector<int> from;
     fflush(nullptr);
@@ -293,10 +295,12 @@ int backtestMain(int argc, char** argv) {
     std::vector<DriveResult> results(drives.size());
     for (size_t i = 0; i < drives.size(); ++i) results[i].file = drives[i];
     std::vector<std::string> partial(from.size());
-    size_t done = 0, open = from.size();
+    size_t done = 0;
+    size_t open = from.size();
     bool progress = isatty(2);
     while (open > 0) {
         std::vector<pollfd> fds;
+        fds.reserve(from.size());
         for (int f : from) fds.push_back(pollfd{f, POLLIN, 0});
         if (poll(fds.data(), fds.size(), -1) < 0 && errno != EINTR) break;
         for (size_t k = 0; k < fds.size(); ++k) {

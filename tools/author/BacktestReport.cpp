@@ -23,7 +23,8 @@ double ms(double s) { return round(s * 1000) / 1000; }
 
 // Pairs each alert of `now` with the old one of its rule nearest in time.
 void diffDrive(const DriveResult& d, std::vector<Change>& out) {
-    std::map<uint32_t, std::vector<double>> before, after;
+    std::map<uint32_t, std::vector<double>> before;
+    std::map<uint32_t, std::vector<double>> after;
     for (const DriveAlert& a : d.old) before[a.alert].push_back(a.began);
     for (const DriveAlert& a : d.alerts) after[a.alert].push_back(a.began);
     std::set<uint32_t> ids;
@@ -77,7 +78,7 @@ Report makeReport(const std::vector<DriveResult>& drives, const RuleFile& rules,
         for (const DriveAlert& a : d.alerts) {
             if (!at.count(a.alert)) {
                 at[a.alert] = r.rules.size();
-                r.rules.push_back(RuleSummary());
+                r.rules.emplace_back();
                 r.rules.back().alert = a.alert;
             }
             RuleSummary& s = r.rules[at[a.alert]];

@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 #include <json/json.h>
@@ -85,7 +86,7 @@ DriveRun::DriveRun(const std::string& rulesText, const int clock[6]) : m_impl(ne
     h.setCaptureLevel(0);
     h.setDeviceTime(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
     h.start();
-    m_impl->storage.reset(new MemoryStorage(h));
+    m_impl->storage = std::make_unique<MemoryStorage>(h);
     Impl* impl = m_impl.get();
     h.onSend(zel::kMsgPlatformRule, [this, impl, rulesText](const harness::SentMessage& m) {
         Json::Value request;
@@ -161,7 +162,7 @@ void DriveRun::play(const zelscenario::Step& step) {
     uint32_t area = 0;
     bool in = false;
     if (fenceOf(step, area, in))
-        m_impl->fences.push_back(std::make_pair(step.at, std::make_pair(area, in)));
+        m_impl->fences.emplace_back(step.at, std::make_pair(area, in));
     for (;;) {
         if (due <= h.nowUs()) {
             // Due already: what a queued step would be, handed over in the

@@ -41,7 +41,9 @@ int lintCommand(int argc, char** argv) {
     bool json = false;
     Severity failOn = kWarning;
     for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i], value, error;
+        std::string a = argv[i];
+        std::string value;
+        std::string error;
         if (a == "--j1939" || a == "--can" || a == "--fail-on") {
             if (!optionValue(argc, argv, i, value, error)) return usageError("lint", error);
             if (a == "--j1939") args.table = value;

@@ -20,7 +20,7 @@ std::vector<harness::Bytes>& MemoryStorage::today() {
 
 void MemoryStorage::onWrite(const harness::SentMessage& m) {
     if (m.payload.size() == zel::kWriteSize)
-        today().push_back(harness::Bytes(m.payload.begin() + zel::kWriteFrame, m.payload.end()));
+        today().emplace_back(m.payload.begin() + zel::kWriteFrame, m.payload.end());
     harness::Bytes reply(zel::kWriteReplySize, 0);
     reply[zel::kReqLogType] = zel::kAlertLogType;
     m_h.inject(zel::kMsgLogWriteReply, reply);

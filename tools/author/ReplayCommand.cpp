@@ -45,7 +45,9 @@ int replayCommand(int argc, char** argv) {
     ReplayArgs args;
     bool strict = false;
     for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i], value, error;
+        std::string a = argv[i];
+        std::string value;
+        std::string error;
         if (a == "--j1939" || a == "--can" || a == "--scenario" || a == "--svg" ||
             a == "--until" || a == "--clock") {
             if (!optionValue(argc, argv, i, value, error)) return usageError("replay", error);

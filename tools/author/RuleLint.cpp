@@ -2,6 +2,7 @@
 // areas; triggers and windows are in TriggerLint.cpp and WindowLint.cpp.
 #include <stdarg.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -46,8 +47,8 @@ const char* const kRuleKeys[] = {"ID", "STARTIME", "ENDTIME", "ATLEAST"};
 bool isKnownRuleKey(const std::string& key) {
     for (const char* k : kRuleKeys)
         if (key == k) return true;
-    for (int e = 0; e < kEventCount; ++e)
-        if (key == EVENT_NAME[e]) return true;
+    for (const std::string& e : EVENT_NAME)
+        if (key == e) return true;
     return false;
 }
 
@@ -207,9 +208,9 @@ std::string suggestKey(const std::string& key) {
     std::string up = upper(key);
     for (const char* k : kRuleKeys)
         if (up == k) return format("keys are case-sensitive: write \"%s\"", k);
-    for (int e = 0; e < kEventCount; ++e)
-        if (up == upper(EVENT_NAME[e]))
-            return format("event names are case-sensitive: write \"%s\"", EVENT_NAME[e].c_str());
+    for (const std::string& e : EVENT_NAME)
+        if (up == upper(e))
+            return format("event names are case-sensitive: write \"%s\"", e.c_str());
     if (up == "STARTTIME" || up == "START_TIME" || up == "START")
         return "the window's start is spelled \"STARTIME\" (one T)";
     if (up == "END_TIME" || up == "END") return "the window's end is \"ENDTIME\"";
@@ -217,7 +218,10 @@ std::string suggestKey(const std::string& key) {
         std::string digits;
         for (size_t i = 5; i < up.size(); ++i)
             if (isdigit(static_cast<unsigned char>(up[i]))) digits += up[i];
-        int row = digits.empty() || digits.size() > 3 ? 999 : atoi(digits.c_str());
+        // At most three digits: the number always fits.
+        const int row = digits.empty() || digits.size() > 3
+                            ? 999
+                            : static_cast<int>(strtol(digits.c_str(), nullptr, 10));
         if (row > 63) return "J1939 events run from J19390 to J193963 (table rows 0..63)";
         return format("J1939 events are J1939 and the row with nothing between: \"J1939%d\"",
                       row);
@@ -237,7 +241,7 @@ std::string suggestKey(const std::string& key) {
         }
     };
     for (const char* k : kRuleKeys) consider(k);
-    for (int e = 0; e < kEventCount; ++e) consider(EVENT_NAME[e]);
+    for (const std::string& e : EVENT_NAME) consider(e);
     for (const char* k : kSetAreaKeys) consider(k);
     consider("DUMMY100");
     if (!best.empty()) return format("did you mean \"%s\"?", best.c_str());

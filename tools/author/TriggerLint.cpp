@@ -30,7 +30,8 @@ const char* onWord(uint32_t e) {
 void lintOnOff(RuleCheck& c, const std::string& where, const std::string& at,
                const sInputTrigger& t) {
     const char* name = EVENT_NAME[t.Event].c_str();
-    bool never = false, always = false;
+    bool never = false;
+    bool always = false;
     switch (t.Type) {
         case GT: never = t.Value >= 1.0; always = t.Value < 0.0; break;
         case LT: never = t.Value <= 0.0; always = t.Value > 1.0; break;
@@ -129,7 +130,8 @@ void lintTriggers(RuleCheck& c, const Json::Value& rule, const ZelAlertPara_t& p
                        format("write \"%s\": {\"GT\": %s}", name.c_str(), example.c_str()));
             continue;
         }
-        int written = 0, usable = 0;
+        int written = 0;
+        int usable = 0;
         std::string usableText;
         for (const char* key : kComparisons) {
             if (!event.isMember(key)) continue;

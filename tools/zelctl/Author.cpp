@@ -35,7 +35,7 @@ int runAuthor(int argc, char** argv) {
                                    " is missing (build the target zel-author)");
     std::vector<char*> args;
     std::string name = "zel-author";
-    args.push_back(&name[0]);
+    args.push_back(name.data());
     for (int i = 0; i < argc; ++i) args.push_back(argv[i]);
     args.push_back(nullptr);
     execv(author.c_str(), args.data());

@@ -52,7 +52,7 @@ std::string atFileLine(const std::string& file, const std::string& error) {
 int runSend(int argc, char** argv) {
     if (asksHelp(argc, argv)) {
         std::string text(sizeof kSendUsage + strlen(zelscenario::signalSyntax()), '\0');
-        snprintf(&text[0], text.size(), kSendUsage, zelscenario::signalSyntax());
+        snprintf(text.data(), text.size(), kSendUsage, zelscenario::signalSyntax());
         return usage(text.c_str());
     }
     if (argc < 2) return wrongCall("send", "no signal");
