@@ -190,8 +190,8 @@ void lintTable(const J1939Table& table, Findings& out) {
                               : row.length == 0 ? std::string("its length is 0")
                                                 : std::string("its group number is 0");
             addFinding(out, where, "row-not-counting",
-                       "the service skips this row" + label + ": " + why +
-                           fmt(", so J1939%zu never gets a value", r),
+                       fmt("the service skips this row%s: %s, so J1939%zu never gets a value",
+                           label.c_str(), why.c_str(), r),
                        csv ? "give it a group number and a length of 1..64 bits "
                              "(zel-j1939-table refuses the row as it is)"
                            : "a row counts only with an id below 64, a length and a group "
@@ -309,8 +309,7 @@ void lintCan(const J1939Table& table, const std::vector<zelj1939::CanFrame>& fra
             if (kind != nullptr) {
                 ++s.special;
                 auto& k = specials[kind];
-                if (k.first++ == 0) k.second = std::make_pair(raw, v);
-                else if (v > k.second.second) k.second = std::make_pair(raw, v);
+                if (k.first++ == 0 || v > k.second.second) k.second = std::make_pair(raw, v);
                 continue;
             }
             s.lo = std::min(s.lo, v);

@@ -15,7 +15,8 @@
 #include "Dbc.h"
 
 int dbcMain(int argc, char** argv) {
-    std::string dbc, out;
+    std::string dbc;
+    std::string out;
     std::vector<std::string> pick;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];

@@ -61,7 +61,7 @@ bool logsIn(const std::string& dir, std::vector<std::string>& files) {
         std::string name = e->d_name;
         if (name.compare(0, 4, "zel-") == 0 && name.size() > 4 &&
             name.compare(name.size() - 4, 4, ".log") == 0)
-            files.push_back(dir + "/" + name);
+            files.push_back(std::string(dir).append("/").append(name));
     }
     closedir(d);
     std::sort(files.begin(), files.end());
