@@ -54,6 +54,8 @@ CBusClient::CBusClient(int appId, std::string path)
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     m_slotStride = (kMaxFrame + page - 1) / page * page;
     m_keepResident = (kKeepResident + page - 1) / page * page;
+    // An anonymous mapping takes no descriptor: -1 is what it asks for.
+    // cppcheck-suppress invalidFunctionArg
     void* block = mmap(nullptr, kRxSlots * m_slotStride, PROT_READ | PROT_WRITE,
                        MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (block == MAP_FAILED) {

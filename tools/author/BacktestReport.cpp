@@ -32,7 +32,7 @@ void diffDrive(const DriveResult& d, std::vector<Change>& out) {
     for (const auto& e : after) ids.insert(e.first);
     for (uint32_t id : ids) {
         std::vector<double>& o = before[id];
-        std::vector<double>& n = after[id];
+        const std::vector<double>& n = after[id];
         std::vector<bool> used(o.size(), false);
         for (double at : n) {
             size_t best = o.size();

@@ -114,7 +114,7 @@ DriveRun::DriveRun(const std::string& rulesText, const int clock[6]) : m_impl(ne
             impl->h.inject(zel::kMsgPlatformRuleReply, Json::FastWriter().write(reply));
         }
     });
-    CAlertZelManage& svc = h.service();
+    const CAlertZelManage& svc = h.service();
     h.announceStorage();
     for (int i = 0; i < kSetupCycles && !svc.m_bParaReady; ++i) h.cycle();
     h.cycle();  // the area answer
@@ -146,7 +146,7 @@ void DriveRun::cycle() {
     h.clearSent();
     h.clearLines();
     (void)t;
-    CAlertZelManage& svc = h.service();
+    const CAlertZelManage& svc = h.service();
     if (m_read.size() == m_rules.size()) return;
     for (const ZelAlertPara_t& p : svc.m_ParaList) {
         if (m_read.count(p.alertID)) continue;

@@ -43,8 +43,8 @@ int lintCommand(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         std::string value;
-        std::string error;
         if (a == "--j1939" || a == "--can" || a == "--fail-on") {
+            std::string error;
             if (!optionValue(argc, argv, i, value, error)) return usageError("lint", error);
             if (a == "--j1939") args.table = value;
             else if (a == "--can") args.can = value;

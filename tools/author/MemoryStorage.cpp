@@ -38,7 +38,7 @@ void MemoryStorage::onModify(const harness::SentMessage& m) {
 }
 
 void MemoryStorage::onSize(const harness::SentMessage& m) {
-    std::vector<harness::Bytes>& log = today();
+    const std::vector<harness::Bytes>& log = today();
     uint64_t size = log.empty() ? 0 : zel::kLogFirstFrame + zel::kFrameSize * log.size();
     harness::Bytes reply(zel::kSizeReplySize, 0);
     reply[zel::kReqLogType] = zel::kAlertLogType;

@@ -275,7 +275,8 @@ Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) 
     Common::_datetime_ now;
     Common::Q7X_TMGetShareTime(&now);
     out.clockAtZero = clockText(now);
-    out.deviceZero = utcOf(&now.year);
+    const uint8_t fields[6] = {now.year, now.month, now.day, now.hour, now.minute, now.second};
+    out.deviceZero = utcOf(fields);
 
     PassWatch watch(svc, out);
 

@@ -47,9 +47,9 @@ int replayCommand(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         std::string value;
-        std::string error;
         if (a == "--j1939" || a == "--can" || a == "--scenario" || a == "--svg" ||
             a == "--until" || a == "--clock") {
+            std::string error;
             if (!optionValue(argc, argv, i, value, error)) return usageError("replay", error);
             if (a == "--j1939") args.table = value;
             else if (a == "--can") args.can = value;

@@ -34,7 +34,7 @@ bool holds(int type, double v, double threshold) {
 // The unit of a built-in event's value, as the service keeps it.
 const char* unitOf(uint32_t e) {
     if (e <= kPanic || e == 13 || (e >= 18 && e <= 33)) return "";  // 0 off, 1 on
-    if (e >= 9 && e <= 11) return "g";
+    if (e <= 11) return "g";  // 9..11: the three axes
     if (e == kSpeed) return "mph";
     if (e == 15 || e == 16) return "\xC2\xB0" "C";
     if (e == 17) return "V";

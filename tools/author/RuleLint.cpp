@@ -147,7 +147,7 @@ void lintDuplicateKeys(const RuleFile& file, Findings& out) {
     scanInts(errors.c_str(), "* Line %d, Column %d", place);
     const int line = place[0];
     std::string what = errors.substr(at);
-    what = what.substr(0, what.find('\n'));
+    what.resize(std::min(what.size(), what.find('\n')));
     addFinding(out, "SET", "duplicate-key",
                format("%s:%d: %s in one object; only the last one counts", file.path.c_str(),
                       line, what.c_str()),

@@ -264,7 +264,7 @@ void judge(const Case& c, const std::vector<Episode>& episodes, CaseResult& r) {
     char buf[256];
     for (const Expectation& x : c.expect) {
         expected.insert(x.alert);
-        std::vector<Episode>& list = seen[x.alert];
+        const std::vector<Episode>& list = seen[x.alert];
         std::vector<bool>& taken = used[x.alert];
         taken.resize(list.size(), false);
         size_t k = 0;

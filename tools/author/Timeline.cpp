@@ -126,9 +126,9 @@ void trigger(std::ostringstream& svg, const RuleTrace::Trigger& trig, const Scal
     size_t paren = name.rfind(" (");
     if (paren != std::string::npos && name.back() == ')') {
         event = name.substr(paren + 2, name.size() - paren - 3) + " ";
-        name = name.substr(0, paren);
+        name.resize(paren);
     }
-    if (name.size() > 22) name = name.substr(0, 21) + "\xE2\x80\xA6";
+    if (name.size() > 22) name.replace(21, std::string::npos, "\xE2\x80\xA6");
     text(svg, kLeft - kScale - 6, top + kLane / 2 - 2, "end", name, " font-weight=\"bold\"");
     text(svg, kLeft - kScale - 6, top + kLane / 2 + 13, "end",
          event + kTypes[trig.type % 3] + " " + threshold(trig.threshold) +
