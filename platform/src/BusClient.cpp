@@ -55,9 +55,8 @@ CBusClient::CBusClient(int appId, std::string path)
     m_slotStride = (kMaxFrame + page - 1) / page * page;
     m_keepResident = (kKeepResident + page - 1) / page * page;
     // An anonymous mapping takes no descriptor: -1 is what it asks for.
-    // cppcheck-suppress invalidFunctionArg
     void* block = mmap(nullptr, kRxSlots * m_slotStride, PROT_READ | PROT_WRITE,
-                       MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+                       MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);  // cppcheck-suppress invalidFunctionArg
     if (block == MAP_FAILED) {
         Q7X_LOG(1, "no memory for the receive slots: %s\n", q7x::ErrorText(errno).c_str());
         abort();
