@@ -61,7 +61,7 @@ bool expandDrives(const std::vector<std::string>& names, std::vector<std::string
         while (dirent* e = readdir(d)) {
             std::string f = e->d_name;
             if (f[0] != '.' && (endsWith(f, ".log") || endsWith(f, ".scn")))
-                found.push_back((endsWith(name, "/") ? name : name + "/") + f);
+                found.push_back(std::string(name).append(endsWith(name, "/") ? "" : "/").append(f));
         }
         closedir(d);
         std::sort(found.begin(), found.end());

@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 
@@ -47,9 +48,8 @@ const char* const kRuleKeys[] = {"ID", "STARTIME", "ENDTIME", "ATLEAST"};
 bool isKnownRuleKey(const std::string& key) {
     for (const char* k : kRuleKeys)
         if (key == k) return true;
-    for (const std::string& e : EVENT_NAME)
-        if (key == e) return true;
-    return false;
+    return std::any_of(std::begin(EVENT_NAME), std::end(EVENT_NAME),
+                       [&key](const std::string& e) { return key == e; });
 }
 
 std::string upper(std::string s) {

@@ -104,7 +104,8 @@ void readBound(RuleCheck& c, const Json::Value& rule, const std::string& where, 
 }  // namespace
 
 void lintWindow(RuleCheck& c, const Json::Value& rule, const std::string& where) {
-    Bound start, end;
+    Bound start;
+    Bound end;
     start.key = "STARTIME";
     end.key = "ENDTIME";
     readBound(c, rule, where, start);

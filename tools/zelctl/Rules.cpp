@@ -66,7 +66,9 @@ int runRules(int argc, char** argv) {
         return wrongCall("rules", std::string("push: '") + argv[2] + "' is not CMD 1, 3, 4 or 5");
     if (argc == 3 && cmd != platformpeer::kCmdDeleteAll)
         return wrongCall("rules", "push " + std::to_string(cmd) + " needs a FILE");
-    std::string name = argc == 4 ? argv[3] : "", text, error;
+    std::string name = argc == 4 ? argv[3] : "";
+    std::string text;
+    std::string error;
     if (argc == 4) {
         Json::Value parsed;
         if (!platformpeer::readFile(name, text, error) ||
