@@ -9,6 +9,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "Log.h"
+
 namespace bench {
 
 namespace {
@@ -66,7 +68,8 @@ int CBareRelay::Open() {
     if (m_listen < 0 || m_epoll < 0 || m_stop < 0) return -1;
     if (bind(m_listen, reinterpret_cast<const sockaddr*>(&addr), len) != 0 ||
         listen(m_listen, SOMAXCONN) != 0) {
-        fprintf(stderr, "bare relay: %s: %s\n", m_path.c_str(), strerror(errno));
+        fprintf(stderr, "bare relay: %s: %s\n", m_path.c_str(),
+                q7x::ErrorText(errno).c_str());
         return -1;
     }
     struct epoll_event ev = {};

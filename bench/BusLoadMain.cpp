@@ -8,6 +8,7 @@
 // (default 8000; 0 for as fast as the receivers take them), waits for them
 // and prints one line: "sent S received R seconds T". Exit status 1 when
 // something was lost.
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -30,6 +31,14 @@ void PrintUsage(FILE* out) {
             "example: az-bus-load bus /tmp/bus.sock 20000 8000 3\n");
 }
 
+// A whole decimal number that fits a long.
+bool Number(const char* text, long& value) {
+    char* end = nullptr;
+    errno = 0;
+    value = strtol(text, &end, 10);
+    return end != text && *end == '\0' && errno == 0;
+}
+
 void Pace(struct timespec* next, long rate) {
     next->tv_nsec += 1000000000L / rate;
     if (next->tv_nsec >= 1000000000L) {
@@ -48,16 +57,18 @@ int main(int argc, char** argv) {
     }
     const bench::Kind kind = strcmp(argv[1], "bus") == 0 ? bench::Kind::kBus : bench::Kind::kBare;
     const std::string path = argv[2];
-    const long count = atol(argv[3]);
-    const long rate = argc > 4 ? atol(argv[4]) : 8000;
-    const int fanOut = argc > 5 ? atoi(argv[5]) : 1;
-    if (count <= 0 || rate < 0 || fanOut < 1) {
+    long count = 0;
+    long rate = 8000;
+    long fanOut = 1;
+    if (!Number(argv[3], count) || (argc > 4 && !Number(argv[4], rate)) ||
+        (argc > 5 && !Number(argv[5], fanOut)) || count <= 0 || rate < 0 || fanOut < 1) {
         PrintUsage(stderr);
         return 2;
     }
 
     auto sender = bench::ConnectTo(kind, path, 1, 0);
     std::vector<std::unique_ptr<bench::Endpoint>> eps;
+    eps.reserve(static_cast<size_t>(fanOut));
     for (int i = 0; i < fanOut; ++i) eps.push_back(bench::ConnectTo(kind, path, 2 + i, kId));
     for (const auto& ep : eps)
         if (!ep || !sender) {

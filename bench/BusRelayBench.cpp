@@ -86,8 +86,8 @@ void AwaitReceived(const bench::ReceiverThreads& rx, uint64_t want, int ms) {
 }
 
 struct Setup {
-    Setup(Kind kind, const char* tag, int receivers, bool reply) {
-        relay = bench::StartRelay(kind, tag);
+    Setup(Kind kind, const char* tag, int receivers, bool reply)
+        : relay(bench::StartRelay(kind, tag)) {
         sender = relay->Connect(1, reply ? (kId | q7x::kResponseBit) : 0);
         std::vector<std::unique_ptr<bench::Endpoint>> eps;
         eps.reserve(receivers);

@@ -62,7 +62,7 @@ uint32_t PgnOf(int r) { return 0xF000u + static_cast<uint32_t>((r * 37) % kRows)
 // A bus message: the 16-byte head (source, session, id, length) and payload.
 std::vector<uint8_t> Message(uint32_t id, const std::vector<uint8_t>& payload) {
     std::vector<uint8_t> m(16 + payload.size());
-    Put32(&m[0], 77);
+    Put32(m.data(), 77);
     Put32(&m[4], 1);
     Put32(&m[8], id);
     Put32(&m[12], static_cast<uint32_t>(payload.size()));

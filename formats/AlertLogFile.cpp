@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include "ByteOrder.h"
+#include "CommandLine.h"
 
 namespace zelstore {
 
@@ -34,7 +35,9 @@ void encodeHead(uint8_t* out, const LogHead& head) {
     out[kHeadMonth] = static_cast<uint8_t>(head.day.month);
     out[kHeadDay] = static_cast<uint8_t>(head.day.day);
     memcpy(out + kHeadCreated, head.created, sizeof head.created);
-    memcpy(out + kHeadWriter, head.writer.data(),
+    // The head was cleared above and at most 31 bytes are copied: the name
+    // stays 0-terminated.
+    memcpy(out + kHeadWriter, head.writer.data(),  // NOLINT(bugprone-not-null-terminated-result)
            head.writer.size() < kHeadWriterSize ? head.writer.size() : kHeadWriterSize - 1);
     zel::putLe32(out, kHeadCrc, crc32(out, kHeadCrc));
 }
@@ -138,8 +141,8 @@ std::string damageText(const std::string& path, const LogScan& scan, size_t size
 
 bool readLogFile(const std::string& path, std::vector<uint8_t>& bytes, std::string& why) {
     FILE* f = fopen(path.c_str(), "rb");
-    if (f == NULL) {
-        why = strerror(errno);
+    if (f == nullptr) {
+        why = cli::errorText(errno);
         return false;
     }
     bytes.clear();

@@ -36,4 +36,10 @@ int fail(const std::string& program, const std::string& what) {
     return kFailed;
 }
 
+std::string errorText(int err) {
+    char buffer[128];
+    // The GNU strerror_r: returns the text, in `buffer` or a constant.
+    return strerror_r(err, buffer, sizeof buffer);
+}
+
 }  // namespace cli

@@ -36,6 +36,10 @@ int usageError(const std::string& program, const std::string& what);
 // "PROGRAM: what" on standard error; returns 1.
 int fail(const std::string& program, const std::string& what);
 
+// The text of an errno value, the same as strerror's, but safe beside other
+// threads (strerror may share one buffer among them).
+std::string errorText(int err);
+
 }  // namespace cli
 
 #endif

@@ -35,7 +35,7 @@ double monotonicSeconds() {
 
 std::string busPath(const char* given) {
     const char* env = getenv("Q7X_BUS_PATH");
-    return env != NULL && *env != '\0' ? env : given;
+    return env != nullptr && *env != '\0' ? env : given;
 }
 
 bool brokerListening(const std::string& path) {

@@ -4,6 +4,10 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <utility>
+
+#include "CommandLine.h"
+
 namespace platformpeer {
 
 namespace {
@@ -36,8 +40,8 @@ bool needArray(const std::string& name, const Json::Value& v, const char* key, b
 
 bool readFile(const std::string& path, std::string& text, std::string& error) {
     FILE* f = fopen(path.c_str(), "rb");
-    if (f == NULL) {
-        error = path + ": " + strerror(errno);
+    if (f == nullptr) {
+        error = path + ": " + cli::errorText(errno);
         return false;
     }
     text.clear();
@@ -143,12 +147,12 @@ std::vector<uint8_t> fenceStateRecord(uint32_t id, bool inside) {
 
 std::string toText(const Json::Value& v) { return Json::FastWriter().write(v); }
 
-PlatformState::PlatformState(const Json::Value& ruleSet) : m_set(ruleSet) {
+PlatformState::PlatformState(Json::Value ruleSet) : m_set(std::move(ruleSet)) {
     for (const char* key : kSetAreas) {
         const Json::Value& areas = m_set[key];
-        for (Json::ArrayIndex i = 0; i < areas.size(); ++i) {
+        for (const Json::Value& area : areas) {
             uint32_t id = 0;
-            if (idOf(areas[i], id) && areas[i]["INSIDE"].isBool() && areas[i]["INSIDE"].asBool())
+            if (idOf(area, id) && area["INSIDE"].isBool() && area["INSIDE"].asBool())
                 m_inside[id] = true;
         }
     }

@@ -76,7 +76,7 @@ std::string toText(const Json::Value& v);
 // service applies them, so a service that asks again gets what it holds.
 class PlatformState {
 public:
-    explicit PlatformState(const Json::Value& ruleSet);
+    explicit PlatformState(Json::Value ruleSet);
 
     std::string ruleSetText() const { return toText(m_set); }
     // {"AREALINE":[{"ID":id},...]}: the areas the vehicle is inside, by id.

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 #include <system_error>
+#include <utility>
 
 #include "ByteOrder.h"
 #include "Candump.h"
@@ -72,8 +73,8 @@ std::vector<std::string> splitWords(const std::string& line) {
     return words;
 }
 
-ScenarioBuilder::ScenarioBuilder(const std::string& baseDir)
-    : m_baseDir(baseDir), m_camera(IpcSetting_t::kSize, 0) {
+ScenarioBuilder::ScenarioBuilder(std::string baseDir)
+    : m_baseDir(std::move(baseDir)), m_camera(IpcSetting_t::kSize, 0) {
     memset(m_motion, 0, sizeof m_motion);
 }
 

@@ -62,7 +62,7 @@ class ScenarioBuilder {
 public:
     // baseDir: folder that relative file names resolve against ("" = the
     // working folder).
-    explicit ScenarioBuilder(const std::string& baseDir);
+    explicit ScenarioBuilder(std::string baseDir);
 
     // Appends the messages of one signal (words[0] is its name) at `at`,
     // tagged with `line`. On a refusal returns false with `error` saying

@@ -37,7 +37,7 @@ void resetState() {
     s.video = 4;
     s.digital = 4;
     s.session = 0;
-    s.verbose = getenv("ZEL_HARNESS_VERBOSE") != NULL;
+    s.verbose = getenv("ZEL_HARNESS_VERBOSE") != nullptr;
     g_captureLevel = 1 << 30;
 }
 
@@ -142,7 +142,7 @@ int Q7X_MSGSendMessage(void* client, int dest, unsigned int msgId, int flag,
     m.id = msgId;
     m.flag = flag;
     m.response = false;
-    if (payload != NULL && len > 0) {
+    if (payload != nullptr && len > 0) {
         const uint8_t* p = static_cast<const uint8_t*>(payload);
         m.payload.assign(p, p + len);
     }
@@ -164,7 +164,7 @@ int Q7X_MSGResponseMessage(void* client, const void* requestHead, const void* pa
     m.id = requestId | 0x8000;
     m.flag = 0;
     m.response = true;
-    if (payload != NULL && len > 0) {
+    if (payload != nullptr && len > 0) {
         const uint8_t* p = static_cast<const uint8_t*>(payload);
         m.payload.assign(p, p + len);
     }
@@ -190,7 +190,7 @@ static void deviceTime(_datetime_* out, unsigned char* flag) {
 }
 
 int Q7X_TMGetShareTime(_datetime_* now) {
-    deviceTime(now, NULL);
+    deviceTime(now, nullptr);
     return 0;
 }
 
@@ -240,10 +240,10 @@ void gclDebugPrintf(int level, const char* file, const char* func, int line,
     va_end(ap);
 }
 
-CThread::CThread() : m_impl(NULL) { state().thread = this; }
+CThread::CThread() : m_impl(nullptr) { state().thread = this; }
 
 CThread::~CThread() {
-    if (state().thread == this) state().thread = NULL;
+    if (state().thread == this) state().thread = nullptr;
 }
 
 int CThread::PreBeginThread() { return 0; }

@@ -31,7 +31,7 @@ void onSignal(int) { g_running = 0; }
 
 struct Printer {
     void OnMessage(const char* msg, int len) {
-        if (msg == NULL || len < 16) return;
+        if (msg == nullptr || len < 16) return;
         uint32_t word = zel::getLe32(msg, zel::kHeadMessageWord);
         uint32_t length = zel::headPayloadLength(msg);
         std::string bytes;
@@ -54,7 +54,7 @@ int main(int argc, char** argv) {
     if (argc < 2) return cli::usageError(kProgram, "no message id");
     std::vector<unsigned int> ids;
     for (int i = 1; i < argc; ++i) {
-        char* end = NULL;
+        char* end = nullptr;
         unsigned long id = strtoul(argv[i], &end, 0);
         if (argv[i][0] == '-')
             return cli::usageError(kProgram, std::string("unknown option ") + argv[i]);

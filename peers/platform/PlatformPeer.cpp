@@ -10,6 +10,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 
 #include "CommandLine.h"
@@ -52,8 +54,8 @@ const char kUsage[] =
 int fail(const std::string& error) { return cli::fail(kProgram, error); }
 
 bool parseNumber(const char* text, unsigned long max, unsigned long& out) {
-    if (text == NULL || *text < '0' || *text > '9') return false;
-    char* end = NULL;
+    if (text == nullptr || *text < '0' || *text > '9') return false;
+    char* end = nullptr;
     errno = 0;
     out = strtoul(text, &end, 10);
     return errno == 0 && *end == '\0' && out <= max;
@@ -61,7 +63,7 @@ bool parseNumber(const char* text, unsigned long max, unsigned long& out) {
 
 // The payload of a received message: never more than arrived.
 std::string payloadOf(const char* msg, int len) {
-    if (msg == NULL || len < kHeadSize) return std::string();
+    if (msg == nullptr || len < kHeadSize) return std::string();
     uint32_t claimed = zel::headPayloadLength(msg);
     size_t got = static_cast<size_t>(len - kHeadSize);
     return std::string(msg + kHeadSize, claimed < got ? claimed : got);
@@ -170,7 +172,8 @@ int push(int argc, char** argv) {
     if (!parseNumber(argv[2], 0xffffffffUL, cmd))
         return cli::usageError(kProgram, std::string("push: '") + argv[2] + "' is not a CMD number");
     std::string name = argc == 4 ? argv[3] : "";
-    std::string text, error;
+    std::string text;
+    std::string error;
     if (argc == 4 && !platformpeer::readFile(name, text, error)) return fail(error);
     if (argc == 3 && cmd != platformpeer::kCmdDeleteAll)
         return cli::usageError(kProgram, "CMD " + std::to_string(cmd) + " needs a FILE with its JSON");
@@ -182,7 +185,8 @@ int push(int argc, char** argv) {
 }
 
 int fence(int argc, char** argv, bool event) {
-    unsigned long id = 0, inside = 0;
+    unsigned long id = 0;
+    unsigned long inside = 0;
     if (argc != 4)
         return cli::usageError(kProgram, std::string(argv[1]) + " needs ID and 0 or 1");
     if (!parseNumber(argv[2], 0xffffffffUL, id))
@@ -208,9 +212,10 @@ int main(int argc, char** argv) {
     if (cli::answersAsk(argc, argv, kProgram, kUsage, status)) return status;
     const std::string command = argc > 1 ? argv[1] : "";
     const auto isCommand = [](const std::string& name) {
-        for (const char* c : {"serve", "check", "push", "fence-event", "fence-state"})
-            if (name == c) return true;
-        return false;
+        static const char* const kCommands[] = {"serve", "check", "push", "fence-event",
+                                                "fence-state"};
+        return std::any_of(std::begin(kCommands), std::end(kCommands),
+                           [&name](const char* c) { return name == c; });
     };
     const bool known = isCommand(command);
     // One text tells every command: `help COMMAND` and `COMMAND --help` show it.

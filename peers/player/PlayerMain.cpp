@@ -79,14 +79,14 @@ bool parseArgs(int argc, char** argv, Options& o, std::string& error) {
             return false;
         }
         if (a == "--speed") {
-            char* end = NULL;
+            char* end = nullptr;
             o.speed = strtod(argv[++i], &end);
             if (*end != '\0' || !(o.speed > 0) || o.speed > 1e6) {
                 error = std::string("--speed: '") + argv[i] + "' is not a factor above 0";
                 return false;
             }
         } else if (a == "--wait-for") {
-            char* end = NULL;
+            char* end = nullptr;
             o.waitFor = strtol(argv[++i], &end, 10);
             if (*end != '\0' || o.waitFor < 0 || o.waitFor > 0xffff) {
                 error = std::string("--wait-for: '") + argv[i] + "' is not a message id";
@@ -153,7 +153,7 @@ private:
         return it != m_last.end() ? it->second : std::vector<uint8_t>(zeroSize, 0);
     }
     void answer(const char* msg, int len, const std::vector<uint8_t>& p, const char* what) {
-        if (msg == NULL || len < 16) return;
+        if (msg == nullptr || len < 16) return;
         int rc = Common::Q7X_MSGResponseMessage(m_client, msg, p.data(), static_cast<int>(p.size()));
         peer::say("player", "answered request %u with the %s (%zu bytes)%s",
                   zel::getLe32(msg, zel::kHeadMessageWord) & 0xffff, what, p.size(), rc == 0 ? "" : ", not sent");
@@ -233,7 +233,9 @@ int main(int argc, char** argv) {
         while (g_running && !player.seen()) Common::Q7X_MSGWaitForEvent(client, 200);
     }
 
-    unsigned long sent = 0, unsent = 0, frames = 0;
+    unsigned long sent = 0;
+    unsigned long unsent = 0;
+    unsigned long frames = 0;
     do {
         const double start = peer::monotonicSeconds();
         std::set<int> shownTraces;

@@ -152,7 +152,11 @@ int AlertLogStore::openLog(uint8_t logType, bool create, uint64_t& length, int& 
                 result = kIoError;
                 return -1;
             }
-            m_notice("moved damaged log " + path + " aside (" + damage + ")");
+            m_notice(std::string("moved damaged log ")
+                         .append(path)
+                         .append(" aside (")
+                         .append(damage)
+                         .append(")"));
             continue;
         }
         uint64_t torn = (fileSize - kHeadSize) % kFrameSize;

@@ -104,7 +104,7 @@ int main(int argc, char** argv) {
     if (argv[1][0] == '-') return cli::usageError(kProgram, std::string("unknown option ") + argv[1]);
     const std::string dir = argv[1];
     if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST)
-        return cli::fail(kProgram, "cannot make " + dir + ": " + strerror(errno));
+        return cli::fail(kProgram, "cannot make " + dir + ": " + cli::errorText(errno));
     struct stat st;
     if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
         return cli::fail(kProgram, dir + " is not a directory");

@@ -54,7 +54,7 @@ public:
 private:
     // Watch record: 32-byte NUL-terminated name, then u32 timeout in ms.
     bool parse(const char* msg, int len, std::string& name, uint32_t& timeout) {
-        if (msg == NULL || len < 16 + 36) {
+        if (msg == nullptr || len < 16 + 36) {
             peer::say("watchdog", "refused a watch message of %d bytes (needs 52)", len);
             return false;
         }

@@ -129,7 +129,7 @@ private:
     // clang no undefined member to excuse the unused field there.
     CThread(const CThread&);             // NOLINT(modernize-use-equals-delete)
     CThread& operator=(const CThread&);  // NOLINT(modernize-use-equals-delete)
-    void* m_impl;
+    void* m_impl;  // NOLINT(modernize-use-default-member-init): each side's constructor sets it
 };
 
 }  // namespace Common

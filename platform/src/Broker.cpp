@@ -95,7 +95,7 @@ int CBusBroker::Open() {
 
     m_listen = NewSeqpacketSocket();
     if (m_listen < 0) {
-        Q7X_LOG(1, "socket: %s\n", strerror(errno));
+        Q7X_LOG(1, "socket: %s\n", q7x::ErrorText(errno).c_str());
         return -1;
     }
     // The socket file takes its mode from the socket at bind, so it is never
@@ -103,7 +103,7 @@ int CBusBroker::Open() {
     // that ignore the first.
     fchmod(m_listen, kSocketMode);
     if (bind(m_listen, reinterpret_cast<const sockaddr*>(&addr), alen) != 0) {
-        Q7X_LOG(1, "bind %s: %s\n", m_path.c_str(), strerror(errno));
+        Q7X_LOG(1, "bind %s: %s\n", m_path.c_str(), q7x::ErrorText(errno).c_str());
         return -1;
     }
     m_bound = lstat(m_path.c_str(), &st) == 0;
@@ -111,14 +111,14 @@ int CBusBroker::Open() {
     m_ino = st.st_ino;
     chmod(m_path.c_str(), kSocketMode);
     if (listen(m_listen, SOMAXCONN) != 0) {
-        Q7X_LOG(1, "listen %s: %s\n", m_path.c_str(), strerror(errno));
+        Q7X_LOG(1, "listen %s: %s\n", m_path.c_str(), q7x::ErrorText(errno).c_str());
         return -1;
     }
 
     m_epoll = epoll_create1(EPOLL_CLOEXEC);
     m_stop = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (m_epoll < 0 || m_stop < 0) {
-        Q7X_LOG(1, "epoll/eventfd: %s\n", strerror(errno));
+        Q7X_LOG(1, "epoll/eventfd: %s\n", q7x::ErrorText(errno).c_str());
         return -1;
     }
     struct epoll_event ev = {};
@@ -154,7 +154,7 @@ void CBusBroker::Run() {
         const int n = epoll_wait(m_epoll, evs, 64, -1);
         if (n < 0) {
             if (errno == EINTR) continue;
-            Q7X_LOG(1, "epoll_wait: %s\n", strerror(errno));
+            Q7X_LOG(1, "epoll_wait: %s\n", q7x::ErrorText(errno).c_str());
             break;
         }
         for (int i = 0; i < n; ++i) {
@@ -195,7 +195,7 @@ void CBusBroker::AcceptAll() {
         if (fd < 0) {
             if (errno == EINTR) continue;
             if (errno != EAGAIN && errno != EWOULDBLOCK)
-                Q7X_LOG(1, "accept: %s\n", strerror(errno));
+                Q7X_LOG(1, "accept: %s\n", q7x::ErrorText(errno).c_str());
             return;
         }
         Adopt(fd);
@@ -216,7 +216,7 @@ uint32_t CBusBroker::Adopt(int fd) {
         ev.events = EPOLLIN;
         ev.data.u64 = c->id;
         if (epoll_ctl(m_epoll, EPOLL_CTL_ADD, fd, &ev) != 0) {
-            Q7X_LOG(1, "epoll_ctl: %s\n", strerror(errno));
+            Q7X_LOG(1, "epoll_ctl: %s\n", q7x::ErrorText(errno).c_str());
             close(fd);
             return 0;
         }
@@ -242,7 +242,8 @@ size_t CBusBroker::ReadFrom(uint32_t id) {
     Client& c = *it->second;
     const int n = recvmmsg(c.fd, m_rxMsgs.data(), kRxBatch, MSG_DONTWAIT, nullptr);
     if (n < 0) {
-        if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) Close(id, strerror(errno));
+        if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)
+            Close(id, q7x::ErrorText(errno).c_str());
         return 0;
     }
     for (int i = 0; i < n; ++i) {
@@ -394,7 +395,7 @@ void CBusBroker::Flush(Client& c) {
             if (errno == EAGAIN || errno == EWOULDBLOCK) {
                 ArmWrite(c, true);
             } else {
-                Close(c.id, strerror(errno));
+                Close(c.id, q7x::ErrorText(errno).c_str());
             }
             return;
         }

@@ -54,10 +54,11 @@ CBusClient::CBusClient(int appId, std::string path)
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     m_slotStride = (kMaxFrame + page - 1) / page * page;
     m_keepResident = (kKeepResident + page - 1) / page * page;
+    // An anonymous mapping takes no descriptor: -1 is what it asks for.
     void* block = mmap(nullptr, kRxSlots * m_slotStride, PROT_READ | PROT_WRITE,
-                       MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+                       MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);  // cppcheck-suppress invalidFunctionArg
     if (block == MAP_FAILED) {
-        Q7X_LOG(1, "no memory for the receive slots: %s\n", strerror(errno));
+        Q7X_LOG(1, "no memory for the receive slots: %s\n", q7x::ErrorText(errno).c_str());
         abort();
     }
     m_rxBlock = static_cast<unsigned char*>(block);
@@ -94,7 +95,7 @@ void CBusClient::ReconnectLocked(bool force) {
     if (s < 0) {
         if (!m_reportedLoss) {
             Q7X_LOG(4, "no broker at %s yet (%s); retrying every %d ms\n", m_path.c_str(),
-                    strerror(errno), static_cast<int>(kRetryInterval.count()));
+                    q7x::ErrorText(errno).c_str(), static_cast<int>(kRetryInterval.count()));
             m_reportedLoss = true;
         }
         return;
@@ -106,7 +107,7 @@ void CBusClient::ReconnectLocked(bool force) {
         const int rc = dup3(s, m_fd, O_CLOEXEC);
         close(s);
         if (rc < 0) {
-            Q7X_LOG(1, "dup3 failed: %s\n", strerror(errno));
+            Q7X_LOG(1, "dup3 failed: %s\n", q7x::ErrorText(errno).c_str());
             return;
         }
     }
@@ -165,10 +166,10 @@ int CBusClient::SendFrameLocked(const struct iovec* iov, int iovcnt) {
             return -1;
         }
         if (err == EMSGSIZE || err == ENOBUFS) {
-            Q7X_LOG(1, "frame refused by the socket: %s\n", strerror(err));
+            Q7X_LOG(1, "frame refused by the socket: %s\n", q7x::ErrorText(err).c_str());
             return -1;
         }
-        DisconnectedLocked(strerror(err));
+        DisconnectedLocked(q7x::ErrorText(err).c_str());
         return -1;
     }
 }
@@ -232,7 +233,7 @@ void CBusClient::DrainLocked() {
             if (errno == EAGAIN || errno == EWOULDBLOCK)
                 m_rxEmpty = true;
             else
-                DisconnectedLocked(strerror(errno));
+                DisconnectedLocked(q7x::ErrorText(errno).c_str());
             return;
         }
         for (int i = 0; i < n; ++i) {

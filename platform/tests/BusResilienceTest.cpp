@@ -34,7 +34,8 @@ TEST_F(BusResilience, SubscriberThatStopsReadingLosesOnlyItsOwnMessages) {
     void* stuck = NewClient(1);
     void* reader = NewClient(2);
     void* sender = NewClient(3);
-    Recorder rs, rr;
+    Recorder rs;
+    Recorder rr;
     Subscribe(stuck, rs, 0x70);
     Subscribe(reader, rr, 0x70);
     Sync(stuck, sender);
@@ -45,7 +46,7 @@ TEST_F(BusResilience, SubscriberThatStopsReadingLosesOnlyItsOwnMessages) {
     constexpr uint32_t kFrames = 12000;
     for (uint32_t i = 0; i < kFrames; ++i) {
         std::string payload(i % 16 ? 48 : 3000, '\0');
-        q7x::Store32(reinterpret_cast<unsigned char*>(&payload[0]), i);
+        q7x::Store32(reinterpret_cast<unsigned char*>(payload.data()), i);
         ASSERT_EQ(Send(sender, 0x70, payload), 0);
         ASSERT_TRUE((i + 1) % 500 || WaitUntil(reader, [&] { return rr.got.size() == i + 1; }))
             << i;
@@ -122,7 +123,7 @@ TEST_F(BusResilience, MalformedFramesAndAPeerKilledMidMessageLeaveTheBusServing)
     Subscribe(server, rs, 0x75);
     std::string heldRequest;
     rs.onEach = [&](const Received&, const char* msg) { heldRequest.assign(msg, 16); };
-    Sync(server, helper);
+    Sync(server, helper);  // NOLINT(readability-suspicious-call-argument): server receives
 
     const int raw = q7x::ConnectSeqpacket(m_path);
     ASSERT_GE(raw, 0);
@@ -135,7 +136,7 @@ TEST_F(BusResilience, MalformedFramesAndAPeerKilledMidMessageLeaveTheBusServing)
     EXPECT_EQ(rs.got[0].payload, "still here");
     // Whether or not the broker saw the end yet, a delivery to 0x76 finds it.
     ASSERT_EQ(Send(helper, 0x76, "to the dead"), 0);
-    Sync(server, helper);
+    Sync(server, helper);  // NOLINT(readability-suspicious-call-argument): server receives
     EXPECT_EQ(Common::Q7X_MSGResponseMessage(server, heldRequest.data(), "late", 4), 0);
     ASSERT_EQ(Send(helper, 0x75, "after"), 0);
     ASSERT_TRUE(WaitUntil(server, [&] { return rs.got.size() == 2; }));
@@ -174,7 +175,8 @@ TEST(BrokerOpen, WhatIsAlreadyAtThePathDecides) {
         TempDir dir;
         const std::string path = dir.Path("bus");
         c.prepare(path);
-        struct stat before = {}, st;
+        struct stat before = {};
+        struct stat st;
         lstat(path.c_str(), &before);
         {
             q7x::CBusBroker broker(path);

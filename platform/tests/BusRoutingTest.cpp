@@ -14,7 +14,9 @@ TEST_F(BusRouting, MessageReachesEveryOtherSubscriberAndItsResponseTheRequesterA
     void* a = NewClient(1);
     void* server = NewClient(2);
     void* bystander = NewClient(3);
-    Recorder ra, rs, rb;
+    Recorder ra;
+    Recorder rs;
+    Recorder rb;
     for (uint32_t id : {0x20u, 0x8020u}) Subscribe(a, ra, id);
     Subscribe(server, rs, 0x20);
     for (uint32_t id : {0x20u, 0x8020u, 0x21u}) Subscribe(bystander, rb, id);
@@ -37,7 +39,9 @@ TEST_F(BusRouting, MessageReachesEveryOtherSubscriberAndItsResponseTheRequesterA
     EXPECT_EQ(rb.Count(0x20), 2u);
     EXPECT_EQ(rb.Count(0x8020), 0u);
 
-    const Received &hello = rs.got.at(0), &query = rs.got.at(1), &answer = *ra.Find(0x8020);
+    const Received& hello = rs.got.at(0);
+    const Received& query = rs.got.at(1);
+    const Received& answer = *ra.Find(0x8020);
     EXPECT_EQ(hello.payload, "hello");
     EXPECT_FALSE(hello.request);
     EXPECT_TRUE(query.request);
@@ -86,7 +90,7 @@ TEST_F(BusWait, InsideACallbackDispatchesTheMessagesAfterTheCurrentOne) {
         if (r.id != 0x50) return;
         // What a handler does that waits for a storage reply.
         EXPECT_TRUE(WaitUntil(a, [&] { return ra.Count(0x51) == 1; }));
-        order.push_back("0 done");
+        order.emplace_back("0 done");
     };
     SendAndSettle({0x50, 0x51, 0x52});
     EXPECT_GE(Q7X_MSGWaitForEvent(a, 5000), 1);

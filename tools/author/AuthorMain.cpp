@@ -30,7 +30,7 @@ const Subcommand kSubcommands[] = {
 const Subcommand* find(const char* name) {
     for (const Subcommand& s : kSubcommands)
         if (strcmp(s.name, name) == 0) return &s;
-    return NULL;
+    return nullptr;
 }
 
 void printUsage(FILE* out) {
@@ -63,7 +63,7 @@ int main(int argc, char** argv) {
     }
     if (strcmp(first, "help") == 0) {
         const Subcommand* s = find(argv[2]);
-        if (s == NULL || argc > 3) {
+        if (s == nullptr || argc > 3) {
             fprintf(stderr, "zel-author help: no subcommand '%s' (see zel-author --help)\n",
                     argv[2]);
             return kExitUsage;
@@ -72,7 +72,7 @@ int main(int argc, char** argv) {
         return kExitDone;
     }
     const Subcommand* s = find(first);
-    if (s == NULL) {
+    if (s == nullptr) {
         fprintf(stderr, "zel-author: unknown subcommand '%s' (see zel-author --help)\n", first);
         return kExitUsage;
     }

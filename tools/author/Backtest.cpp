@@ -17,6 +17,7 @@
 #include <sstream>
 
 #include "BacktestReport.h"
+#include "CommandLine.h"
 #include "DriveRun.h"
 #include "RuleFile.h"
 #include "Scenario.h"
@@ -44,7 +45,7 @@ bool expandDrives(const std::vector<std::string>& names, std::vector<std::string
     for (const std::string& name : names) {
         struct stat st;
         if (stat(name.c_str(), &st) != 0) {
-            error = name + ": " + strerror(errno);
+            error = name + ": " + cli::errorText(errno);
             return false;
         }
         if (!S_ISDIR(st.st_mode)) {
@@ -52,15 +53,15 @@ bool expandDrives(const std::vector<std::string>& names, std::vector<std::string
             continue;
         }
         DIR* d = opendir(name.c_str());
-        if (d == NULL) {
-            error = name + ": " + strerror(errno);
+        if (d == nullptr) {
+            error = name + ": " + cli::errorText(errno);
             return false;
         }
         std::vector<std::string> found;
         while (dirent* e = readdir(d)) {
             std::string f = e->d_name;
             if (f[0] != '.' && (endsWith(f, ".log") || endsWith(f, ".scn")))
-                found.push_back(name + (endsWith(name, "/") ? "" : "/") + f);
+                found.push_back(std::string(name).append(endsWith(name, "/") ? "" : "/").append(f));
         }
         closedir(d);
         std::sort(found.begin(), found.end());
@@ -176,7 +177,7 @@ bool parseArgs(int argc, char** argv, Options& o, std::string& error) {
             continue;
         }
         std::string v = argv[++i];
-        char* end = NULL;
+        char* end = nullptr;
         if (a == "--j1939") o.table = v;
         else if (a == "--json") o.json = v;
         else if (a == "--csv") o.csv = v;
@@ -238,7 +239,8 @@ int backtestMain(int argc, char** argv) {
                 error.c_str());
         return 2;
     }
-    RuleFile rules, old;
+    RuleFile rules;
+    RuleFile old;
     int clock[6] = {2026, 3, 5, 12, 0, 0};
     zelscenario::Step table;
     if (loadRuleFile(o.rules, rules, error) != kClean ||
@@ -265,10 +267,11 @@ int backtestMain(int argc, char** argv) {
     for (uint32_t i = 0; i < drives.size(); ++i)
         if (write(tasks[1], &i, sizeof i) != sizeof i) return 2;
     close(tasks[1]);
-    std::string rulesText = wholeSetText(rules), oldText = o.old.empty() ? "" : wholeSetText(old);
+    std::string rulesText = wholeSetText(rules);
+    std::string oldText = o.old.empty() ? "" : wholeSetText(old);
     std::vector<pid_t> pids;
     std::vector<int> from;
-    fflush(NULL);
+    fflush(nullptr);
     for (int k = 0; k < jobs; ++k) {
         int p[2];
         if (pipe(p) != 0) return 2;
@@ -278,7 +281,7 @@ int backtestMain(int argc, char** argv) {
             for (int f : from) close(f);
             FILE* out = fdopen(p[1], "w");
             worker(tasks[0], out, o, drives, rulesText, oldText, clock,
-                   o.table.empty() ? NULL : &table);
+                   o.table.empty() ? nullptr : &table);
             fclose(out);
             _exit(0);
         }
@@ -292,10 +295,12 @@ int backtestMain(int argc, char** argv) {
     std::vector<DriveResult> results(drives.size());
     for (size_t i = 0; i < drives.size(); ++i) results[i].file = drives[i];
     std::vector<std::string> partial(from.size());
-    size_t done = 0, open = from.size();
+    size_t done = 0;
+    size_t open = from.size();
     bool progress = isatty(2);
     while (open > 0) {
         std::vector<pollfd> fds;
+        fds.reserve(from.size());
         for (int f : from) fds.push_back(pollfd{f, POLLIN, 0});
         if (poll(fds.data(), fds.size(), -1) < 0 && errno != EINTR) break;
         for (size_t k = 0; k < fds.size(); ++k) {

@@ -11,6 +11,8 @@
 
 #include <json/json.h>
 
+#include "CommandLine.h"
+
 namespace zelauthor {
 
 namespace {
@@ -21,7 +23,8 @@ double ms(double s) { return round(s * 1000) / 1000; }
 
 // Pairs each alert of `now` with the old one of its rule nearest in time.
 void diffDrive(const DriveResult& d, std::vector<Change>& out) {
-    std::map<uint32_t, std::vector<double>> before, after;
+    std::map<uint32_t, std::vector<double>> before;
+    std::map<uint32_t, std::vector<double>> after;
     for (const DriveAlert& a : d.old) before[a.alert].push_back(a.began);
     for (const DriveAlert& a : d.alerts) after[a.alert].push_back(a.began);
     std::set<uint32_t> ids;
@@ -29,7 +32,7 @@ void diffDrive(const DriveResult& d, std::vector<Change>& out) {
     for (const auto& e : after) ids.insert(e.first);
     for (uint32_t id : ids) {
         std::vector<double>& o = before[id];
-        std::vector<double>& n = after[id];
+        const std::vector<double>& n = after[id];
         std::vector<bool> used(o.size(), false);
         for (double at : n) {
             size_t best = o.size();
@@ -75,7 +78,7 @@ Report makeReport(const std::vector<DriveResult>& drives, const RuleFile& rules,
         for (const DriveAlert& a : d.alerts) {
             if (!at.count(a.alert)) {
                 at[a.alert] = r.rules.size();
-                r.rules.push_back(RuleSummary());
+                r.rules.emplace_back();
                 r.rules.back().alert = a.alert;
             }
             RuleSummary& s = r.rules[at[a.alert]];
@@ -178,7 +181,7 @@ bool writeJsonReport(const std::string& path, const Report& r, std::string& erro
     std::ofstream out(path, std::ios::binary);
     out << Json::StyledWriter().write(root);
     out.close();
-    if (!out) error = path + ": " + strerror(errno);
+    if (!out) error = path + ": " + cli::errorText(errno);
     return static_cast<bool>(out);
 }
 
@@ -201,7 +204,7 @@ bool writeCsvReport(const std::string& path, const Report& r, std::string& error
         }
     }
     out.close();
-    if (!out) error = path + ": " + strerror(errno);
+    if (!out) error = path + ": " + cli::errorText(errno);
     return static_cast<bool>(out);
 }
 

@@ -42,7 +42,7 @@ double alertSeconds(const DriveAlert& a, double driveSeconds);
 
 Report makeReport(const std::vector<DriveResult>& drives, const RuleFile& rules, double flap,
                   bool diff);
-void printReport(FILE* out, const Report& report);
+void printReport(FILE* f, const Report& r);
 bool writeJsonReport(const std::string& path, const Report& report, std::string& error);
 bool writeCsvReport(const std::string& path, const Report& report, std::string& error);
 

@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 #include <json/json.h>
@@ -13,10 +14,12 @@
 #include "AlertZelManage.h"
 #include "ByteOrder.h"
 #include "Candump.h"
+#include "CommandLine.h"
 #include "FakePlatform.h"
 #include "Harness.h"
 #include "MemoryStorage.h"
 #include "MessageIds.h"
+#include "ScanInts.h"
 #include "SignalTable.h"
 
 namespace zelauthor {
@@ -63,12 +66,9 @@ bool fenceOf(const zelscenario::Step& s, uint32_t& id, bool& in) {
 
 bool parseDeviceClock(const std::string& text, int f[6]) {
     f[0] = 2026, f[1] = 3, f[2] = 5;
-    char tail = 0;
     const char* s = text.c_str();
-    bool timeOnly = sscanf(s, "%d:%d:%d%c", &f[3], &f[4], &f[5], &tail) == 3;
-    if (!timeOnly &&
-        sscanf(s, "%d/%d/%d %d:%d:%d%c", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &tail) != 6 &&
-        sscanf(s, "%d-%d-%d %d:%d:%d%c", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &tail) != 6)
+    if (!scanIntsWhole(s, "%d:%d:%d", f + 3, 3) && !scanIntsWhole(s, "%d/%d/%d %d:%d:%d", f, 6) &&
+        !scanIntsWhole(s, "%d-%d-%d %d:%d:%d", f, 6))
         return false;
     return f[0] >= 2001 && f[0] <= 2099 && f[1] >= 1 && f[1] <= 12 && f[2] >= 1 && f[2] <= 31 &&
            f[3] >= 0 && f[3] <= 23 && f[4] >= 0 && f[4] <= 59 && f[5] >= 0 && f[5] <= 59;
@@ -86,7 +86,7 @@ DriveRun::DriveRun(const std::string& rulesText, const int clock[6]) : m_impl(ne
     h.setCaptureLevel(0);
     h.setDeviceTime(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
     h.start();
-    m_impl->storage.reset(new MemoryStorage(h));
+    m_impl->storage = std::make_unique<MemoryStorage>(h);
     Impl* impl = m_impl.get();
     h.onSend(zel::kMsgPlatformRule, [this, impl, rulesText](const harness::SentMessage& m) {
         Json::Value request;
@@ -114,7 +114,7 @@ DriveRun::DriveRun(const std::string& rulesText, const int clock[6]) : m_impl(ne
             impl->h.inject(zel::kMsgPlatformRuleReply, Json::FastWriter().write(reply));
         }
     });
-    CAlertZelManage& svc = h.service();
+    const CAlertZelManage& svc = h.service();
     h.announceStorage();
     for (int i = 0; i < kSetupCycles && !svc.m_bParaReady; ++i) h.cycle();
     h.cycle();  // the area answer
@@ -146,7 +146,7 @@ void DriveRun::cycle() {
     h.clearSent();
     h.clearLines();
     (void)t;
-    CAlertZelManage& svc = h.service();
+    const CAlertZelManage& svc = h.service();
     if (m_read.size() == m_rules.size()) return;
     for (const ZelAlertPara_t& p : svc.m_ParaList) {
         if (m_read.count(p.alertID)) continue;
@@ -162,7 +162,7 @@ void DriveRun::play(const zelscenario::Step& step) {
     uint32_t area = 0;
     bool in = false;
     if (fenceOf(step, area, in))
-        m_impl->fences.push_back(std::make_pair(step.at, std::make_pair(area, in)));
+        m_impl->fences.emplace_back(step.at, std::make_pair(area, in));
     for (;;) {
         if (due <= h.nowUs()) {
             // Due already: what a queued step would be, handed over in the
@@ -190,7 +190,7 @@ std::vector<Episode> DriveRun::episodes() const { return episodesOf(m_records, m
 Status loadTableStep(const std::string& path, zelscenario::Step& step, std::string& error) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
     std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -215,7 +215,7 @@ Status loadTableStep(const std::string& path, zelscenario::Step& step, std::stri
 Status playCanLog(const std::string& path, DriveRun& run, double& last, std::string& error) {
     std::ifstream in(path);
     if (!in) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
     std::string line;
@@ -244,7 +244,7 @@ Status playCanLog(const std::string& path, DriveRun& run, double& last, std::str
         run.play(step);
     }
     if (in.bad()) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
     if (!any) {

@@ -53,10 +53,11 @@ public:
     const std::vector<uint32_t>& rules() const { return m_rules; }
     const std::set<uint32_t>& rulesRead() const { return m_read; }
 
+    DriveRun(const DriveRun&) = delete;
+    DriveRun& operator=(const DriveRun&) = delete;
+
 private:
     struct Impl;
-    DriveRun(const DriveRun&);
-    DriveRun& operator=(const DriveRun&);
     void cycle();
 
     std::unique_ptr<Impl> m_impl;

@@ -41,8 +41,10 @@ int lintCommand(int argc, char** argv) {
     bool json = false;
     Severity failOn = kWarning;
     for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i], value, error;
+        std::string a = argv[i];
+        std::string value;
         if (a == "--j1939" || a == "--can" || a == "--fail-on") {
+            std::string error;
             if (!optionValue(argc, argv, i, value, error)) return usageError("lint", error);
             if (a == "--j1939") args.table = value;
             else if (a == "--can") args.can = value;

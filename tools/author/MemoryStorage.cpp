@@ -20,7 +20,7 @@ std::vector<harness::Bytes>& MemoryStorage::today() {
 
 void MemoryStorage::onWrite(const harness::SentMessage& m) {
     if (m.payload.size() == zel::kWriteSize)
-        today().push_back(harness::Bytes(m.payload.begin() + zel::kWriteFrame, m.payload.end()));
+        today().emplace_back(m.payload.begin() + zel::kWriteFrame, m.payload.end());
     harness::Bytes reply(zel::kWriteReplySize, 0);
     reply[zel::kReqLogType] = zel::kAlertLogType;
     m_h.inject(zel::kMsgLogWriteReply, reply);
@@ -38,7 +38,7 @@ void MemoryStorage::onModify(const harness::SentMessage& m) {
 }
 
 void MemoryStorage::onSize(const harness::SentMessage& m) {
-    std::vector<harness::Bytes>& log = today();
+    const std::vector<harness::Bytes>& log = today();
     uint64_t size = log.empty() ? 0 : zel::kLogFirstFrame + zel::kFrameSize * log.size();
     harness::Bytes reply(zel::kSizeReplySize, 0);
     reply[zel::kReqLogType] = zel::kAlertLogType;

@@ -14,6 +14,8 @@
 #include "AlertZelManage.h"
 #include "ByteOrder.h"
 #include "Candump.h"
+#include "CommandLine.h"
+#include "DriveRun.h"
 #include "Harness.h"
 #include "MemoryStorage.h"
 #include "MessageIds.h"
@@ -42,24 +44,10 @@ const int64_t kLookaheadUs = 600000;
 const size_t kListHead = 8;
 const size_t kRecordSize = 32;
 
-bool parseClock(const std::string& text, int f[6]) {
-    f[0] = 2026, f[1] = 3, f[2] = 5;
-    char tail = 0;
-    if (sscanf(text.c_str(), "%d:%d:%d%c", &f[3], &f[4], &f[5], &tail) == 3) {
-    } else if (sscanf(text.c_str(), "%d/%d/%d %d:%d:%d%c", &f[0], &f[1], &f[2], &f[3], &f[4],
-                      &f[5], &tail) != 6 &&
-               sscanf(text.c_str(), "%d-%d-%d %d:%d:%d%c", &f[0], &f[1], &f[2], &f[3], &f[4],
-                      &f[5], &tail) != 6) {
-        return false;
-    }
-    return f[0] >= 2001 && f[0] <= 2099 && f[1] >= 1 && f[1] <= 12 && f[2] >= 1 && f[2] <= 31 &&
-           f[3] >= 0 && f[3] <= 23 && f[4] >= 0 && f[4] <= 59 && f[5] >= 0 && f[5] <= 59;
-}
-
 bool readable(const std::string& path, std::string& error) {
     FILE* f = fopen(path.c_str(), "rb");
-    if (f == NULL) {
-        error = path + ": " + strerror(errno);
+    if (f == nullptr) {
+        error = path + ": " + cli::errorText(errno);
         return false;
     }
     fclose(f);
@@ -70,7 +58,7 @@ Status tableStep(const std::string& path, Steps& steps, std::vector<RowName>& na
                  std::string& error) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
     std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -229,7 +217,7 @@ Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) 
     Status s = loadRuleFile(args.rules, file, error);
     if (s != kClean) return s;
     int clock[6] = {2026, 3, 5, 12, 0, 0};
-    if (!args.clock.empty() && !parseClock(args.clock, clock)) {
+    if (!args.clock.empty() && !parseDeviceClock(args.clock, clock)) {
         error = "--clock " + args.clock + ": expected HH:MM:SS or YYYY/MM/DD HH:MM:SS";
         return kUnreadable;
     }
@@ -287,7 +275,8 @@ Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) 
     Common::_datetime_ now;
     Common::Q7X_TMGetShareTime(&now);
     out.clockAtZero = clockText(now);
-    out.deviceZero = utcOf(&now.year);
+    const uint8_t fields[6] = {now.year, now.month, now.day, now.hour, now.minute, now.second};
+    out.deviceZero = utcOf(fields);
 
     PassWatch watch(svc, out);
 

@@ -111,7 +111,7 @@ struct ReplayResult {
 };
 
 Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error);
-void printReplay(FILE* out, const ReplayResult& result);
+void printReplay(FILE* f, const ReplayResult& r);
 
 // A message 3215 payload as records at time `at`; false when malformed.
 bool decodeAlertList(const std::vector<uint8_t>& payload, double at, std::vector<Record>& out);

@@ -45,9 +45,11 @@ int replayCommand(int argc, char** argv) {
     ReplayArgs args;
     bool strict = false;
     for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i], value, error;
+        std::string a = argv[i];
+        std::string value;
         if (a == "--j1939" || a == "--can" || a == "--scenario" || a == "--svg" ||
             a == "--until" || a == "--clock") {
+            std::string error;
             if (!optionValue(argc, argv, i, value, error)) return usageError("replay", error);
             if (a == "--j1939") args.table = value;
             else if (a == "--can") args.can = value;
@@ -55,7 +57,7 @@ int replayCommand(int argc, char** argv) {
             else if (a == "--svg") args.svg = value;
             else if (a == "--clock") args.clock = value;
             else {
-                char* end = NULL;
+                char* end = nullptr;
                 args.until = strtod(value.c_str(), &end);
                 if (end == value.c_str() || *end != '\0' || !(args.until >= 0))
                     return usageError("replay", "--until " + value + ": expected seconds, such as 30");

@@ -34,7 +34,7 @@ bool holds(int type, double v, double threshold) {
 // The unit of a built-in event's value, as the service keeps it.
 const char* unitOf(uint32_t e) {
     if (e <= kPanic || e == 13 || (e >= 18 && e <= 33)) return "";  // 0 off, 1 on
-    if (e >= 9 && e <= 11) return "g";
+    if (e <= 11) return "g";  // 9..11: the three axes
     if (e == kSpeed) return "mph";
     if (e == 15 || e == 16) return "\xC2\xB0" "C";
     if (e == 17) return "V";
@@ -147,7 +147,7 @@ void PassWatch::afterPass(double t) {
             auto& s = trig.samples;
             bool changed = s.empty() || std::isnan(s.back().second) != std::isnan(v) ||
                            (!std::isnan(v) && s.back().second != v);
-            if (changed) s.push_back(std::make_pair(t, v));
+            if (changed) s.emplace_back(t, v);
             if (!std::isnan(v)) {
                 ts.lo = ts.everValue ? std::min(ts.lo, v) : v;
                 ts.hi = ts.everValue ? std::max(ts.hi, v) : v;
@@ -203,7 +203,7 @@ void PassWatch::finish(double t, const ReplayInputs& inputs) {
             closeSpans(*spans, t);
         for (size_t k = 0; k < r.triggers.size(); ++k) {
             auto& s = r.triggers[k].samples;
-            if (!s.empty() && s.back().first < t) s.push_back(std::make_pair(t, s.back().second));
+            if (!s.empty() && s.back().first < t) s.emplace_back(t, s.back().second);
             if (!stats.triggers[k].everValue) {
                 std::vector<uint32_t>& ids = silent[r.triggers[k].event];
                 if (ids.empty() || ids.back() != r.id) ids.push_back(r.id);

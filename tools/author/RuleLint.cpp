@@ -2,9 +2,11 @@
 // areas; triggers and windows are in TriggerLint.cpp and WindowLint.cpp.
 #include <stdarg.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 
@@ -13,6 +15,7 @@
 #include "MessageIds.h"
 #include "PlatformRules.h"
 #include "RuleLintInternal.h"
+#include "ScanInts.h"
 
 namespace zelauthor {
 
@@ -45,9 +48,8 @@ const char* const kRuleKeys[] = {"ID", "STARTIME", "ENDTIME", "ATLEAST"};
 bool isKnownRuleKey(const std::string& key) {
     for (const char* k : kRuleKeys)
         if (key == k) return true;
-    for (int e = 0; e < kEventCount; ++e)
-        if (key == EVENT_NAME[e]) return true;
-    return false;
+    return std::any_of(std::begin(EVENT_NAME), std::end(EVENT_NAME),
+                       [&key](const std::string& e) { return key == e; });
 }
 
 std::string upper(std::string s) {
@@ -141,10 +143,11 @@ void lintDuplicateKeys(const RuleFile& file, Findings& out) {
     if (reader->parse(begin, begin + file.text.size(), &ignored, &errors)) return;
     size_t at = errors.find("Duplicate key");
     if (at == std::string::npos) return;
-    int line = 0, column = 0;
-    sscanf(errors.c_str(), "* Line %d, Column %d", &line, &column);
+    int place[2] = {0, 0};  // line, column
+    scanInts(errors.c_str(), "* Line %d, Column %d", place);
+    const int line = place[0];
     std::string what = errors.substr(at);
-    what = what.substr(0, what.find('\n'));
+    what.resize(std::min(what.size(), what.find('\n')));
     addFinding(out, "SET", "duplicate-key",
                format("%s:%d: %s in one object; only the last one counts", file.path.c_str(),
                       line, what.c_str()),
@@ -205,9 +208,9 @@ std::string suggestKey(const std::string& key) {
     std::string up = upper(key);
     for (const char* k : kRuleKeys)
         if (up == k) return format("keys are case-sensitive: write \"%s\"", k);
-    for (int e = 0; e < kEventCount; ++e)
-        if (up == upper(EVENT_NAME[e]))
-            return format("event names are case-sensitive: write \"%s\"", EVENT_NAME[e].c_str());
+    for (const std::string& e : EVENT_NAME)
+        if (up == upper(e))
+            return format("event names are case-sensitive: write \"%s\"", e.c_str());
     if (up == "STARTTIME" || up == "START_TIME" || up == "START")
         return "the window's start is spelled \"STARTIME\" (one T)";
     if (up == "END_TIME" || up == "END") return "the window's end is \"ENDTIME\"";
@@ -215,7 +218,10 @@ std::string suggestKey(const std::string& key) {
         std::string digits;
         for (size_t i = 5; i < up.size(); ++i)
             if (isdigit(static_cast<unsigned char>(up[i]))) digits += up[i];
-        int row = digits.empty() || digits.size() > 3 ? 999 : atoi(digits.c_str());
+        // At most three digits: the number always fits.
+        const int row = digits.empty() || digits.size() > 3
+                            ? 999
+                            : static_cast<int>(strtol(digits.c_str(), nullptr, 10));
         if (row > 63) return "J1939 events run from J19390 to J193963 (table rows 0..63)";
         return format("J1939 events are J1939 and the row with nothing between: \"J1939%d\"",
                       row);
@@ -235,7 +241,7 @@ std::string suggestKey(const std::string& key) {
         }
     };
     for (const char* k : kRuleKeys) consider(k);
-    for (int e = 0; e < kEventCount; ++e) consider(EVENT_NAME[e]);
+    for (const std::string& e : EVENT_NAME) consider(e);
     for (const char* k : kSetAreaKeys) consider(k);
     consider("DUMMY100");
     if (!best.empty()) return format("did you mean \"%s\"?", best.c_str());
@@ -353,7 +359,7 @@ Status runLint(const LintArgs& args, Findings& out, std::string& error) {
         if (s != kClean) return s;
     }
     std::vector<RowUse> uses;
-    lintRules(file, args.table.empty() ? NULL : &table, out, uses);
+    lintRules(file, args.table.empty() ? nullptr : &table, out, uses);
     lintSize(file, out);
     if (!args.table.empty()) lintTable(table, out);
     if (!frames.empty()) lintCan(table, frames, uses, out);

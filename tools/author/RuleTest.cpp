@@ -12,6 +12,7 @@
 
 #include <json/json.h>
 
+#include "CommandLine.h"
 #include "DriveRun.h"
 #include "PlatformRules.h"
 #include "RuleFile.h"
@@ -65,7 +66,7 @@ bool onlyKeys(const Json::Value& v, const std::set<std::string>& keys, const std
               std::string& error) {
     for (const std::string& k : v.getMemberNames()) {
         if (keys.count(k)) continue;
-        error = where + ": unknown key \"" + k + "\"";
+        error = std::string(where).append(": unknown key \"").append(k).append("\"");
         return false;
     }
     return true;
@@ -263,7 +264,7 @@ void judge(const Case& c, const std::vector<Episode>& episodes, CaseResult& r) {
     char buf[256];
     for (const Expectation& x : c.expect) {
         expected.insert(x.alert);
-        std::vector<Episode>& list = seen[x.alert];
+        const std::vector<Episode>& list = seen[x.alert];
         std::vector<bool>& taken = used[x.alert];
         taken.resize(list.size(), false);
         size_t k = 0;
@@ -274,7 +275,7 @@ void judge(const Case& c, const std::vector<Episode>& episodes, CaseResult& r) {
             snprintf(buf, sizeof buf, "alert %u: expected to begin at %.1f s (within %.1f s); %s",
                      x.alert, x.began, x.within,
                      began.empty() ? "it never began" : ("it began at " + began).c_str());
-            r.failures.push_back(buf);
+            r.failures.emplace_back(buf);
             continue;
         }
         taken[k] = true;
@@ -284,13 +285,13 @@ void judge(const Case& c, const std::vector<Episode>& episodes, CaseResult& r) {
             snprintf(buf, sizeof buf, "alert %u (began %.1f s): expected to end %s%s; ended %s",
                      x.alert, e.rose, x.ended < 0 ? "" : "at ", seconds(x.ended).c_str(),
                      e.ended < 0 ? "never (still running)" : ("at " + seconds(e.ended)).c_str());
-            r.failures.push_back(buf);
+            r.failures.emplace_back(buf);
         }
         if (x.checkSince && fabs(e.heldSince - x.since) > x.within) {
             snprintf(buf, sizeof buf,
                      "alert %u (began %.1f s): expected its record to say since %.1f s; it says %.1f s",
                      x.alert, e.rose, x.since, e.heldSince);
-            r.failures.push_back(buf);
+            r.failures.emplace_back(buf);
         }
     }
     for (uint32_t id : expected) {
@@ -298,13 +299,13 @@ void judge(const Case& c, const std::vector<Episode>& episodes, CaseResult& r) {
         for (size_t k = 0; k < list.size(); ++k) {
             if (used[id][k]) continue;
             snprintf(buf, sizeof buf, "alert %u: began at %.1f s, not expected", id, list[k].rose);
-            r.failures.push_back(buf);
+            r.failures.emplace_back(buf);
         }
     }
     for (uint32_t id : c.never) {
         for (const Episode& e : seen[id]) {
             snprintf(buf, sizeof buf, "alert %u: must never begin; it began at %.1f s", id, e.rose);
-            r.failures.push_back(buf);
+            r.failures.emplace_back(buf);
         }
     }
     r.passed = r.failures.empty();
@@ -363,7 +364,8 @@ Status runTestFile(const std::string& path, std::vector<CaseResult>& out, std::s
         auto start = std::chrono::steady_clock::now();
         std::vector<Episode> episodes;
         if (runDrive(c, dir, episodes, error) != kClean) {
-            error = path + ": case \"" + c.name + "\": " + error;
+            error =
+                std::string(path).append(": case \"").append(c.name).append("\": ").append(error);
             return kUnreadable;
         }
         judge(c, episodes, r);
@@ -413,7 +415,7 @@ bool writeJunit(const std::string& path, const std::vector<CaseResult>& results,
     out << x.str();
     out.close();
     if (!out) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return false;
     }
     return true;

@@ -13,6 +13,8 @@
 #include <set>
 #include <sstream>
 
+#include "CommandLine.h"
+#include "ScanInts.h"
 #include "SignalRecords.h"
 #include "SignalTable.h"
 
@@ -95,7 +97,7 @@ Status loadTable(const std::string& path, J1939Table& out, std::string& error) {
     out.path = path;
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
     std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -122,7 +124,7 @@ Status loadCanLog(const std::string& path, std::vector<zelj1939::CanFrame>& fram
     frames.clear();
     std::ifstream in(path);
     if (!in) {
-        error = path + ": " + strerror(errno);
+        error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
     bool read = zelj1939::readCandumpLog(in, path, frames, error);
@@ -141,26 +143,26 @@ double decodeRow(const TableRow& row, uint64_t data, uint64_t& raw) {
 }
 
 const char* specialValue(uint64_t raw, int32_t length) {
-    if (length < 2) return NULL;
+    if (length < 2) return nullptr;
     if (length >= 8) {
         uint32_t low = static_cast<uint32_t>(std::min(length, 64)) - 8;
         uint64_t top = raw >> low;
         if (top == 0xFF) return "not available";
         if (top == 0xFE) return "error";
         if (top >= 0xFB) return "reserved";
-        return NULL;
+        return nullptr;
     }
     uint64_t ones = (1ull << length) - 1;
     if (raw == ones) return "not available";
     if (raw == ones - 1) return "error";
-    return NULL;
+    return nullptr;
 }
 
 void lintTable(const J1939Table& table, Findings& out) {
     const bool csv = !table.binary;
     if (!table.refused.empty()) {
         int line = 0;
-        sscanf(table.refused.c_str(), "line %d", &line);
+        scanInts(table.refused.c_str(), "line %d", &line);
         std::string where = "TABLE";
         for (size_t r = 0; r < table.rows.size(); ++r)
             if (table.rows[r].line == line) where = fmt("TABLE row %zu", r);
@@ -188,8 +190,8 @@ void lintTable(const J1939Table& table, Findings& out) {
                               : row.length == 0 ? std::string("its length is 0")
                                                 : std::string("its group number is 0");
             addFinding(out, where, "row-not-counting",
-                       "the service skips this row" + label + ": " + why +
-                           fmt(", so J1939%zu never gets a value", r),
+                       fmt("the service skips this row%s: %s, so J1939%zu never gets a value",
+                           label.c_str(), why.c_str(), r),
                        csv ? "give it a group number and a length of 1..64 bits "
                              "(zel-j1939-table refuses the row as it is)"
                            : "a row counts only with an id below 64, a length and a group "
@@ -304,11 +306,10 @@ void lintCan(const J1939Table& table, const std::vector<zelj1939::CanFrame>& fra
             SourceStats& s = sources[f->id & 0xff];
             ++s.frames;
             const char* kind = specialValue(raw, row.length);
-            if (kind != NULL) {
+            if (kind != nullptr) {
                 ++s.special;
                 auto& k = specials[kind];
-                if (k.first++ == 0) k.second = std::make_pair(raw, v);
-                else if (v > k.second.second) k.second = std::make_pair(raw, v);
+                if (k.first++ == 0 || v > k.second.second) k.second = std::make_pair(raw, v);
                 continue;
             }
             s.lo = std::min(s.lo, v);

@@ -70,7 +70,7 @@ void lintCan(const J1939Table& table, const std::vector<zelj1939::CanFrame>& fra
 // `raw` gets the field's bits.
 double decodeRow(const TableRow& row, uint64_t data, uint64_t& raw);
 // "not available", "error" or "reserved" for J1939's codes at the top of a
-// field's range, or NULL for a reading.
+// field's range, or nullptr for a reading.
 const char* specialValue(uint64_t raw, int32_t length);
 
 }  // namespace zelauthor

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include "CommandLine.h"
+
 namespace zelauthor {
 
 namespace {
@@ -101,7 +103,8 @@ void spans(std::ostringstream& svg, const std::vector<Span>& list, const Scale& 
 }
 
 void trigger(std::ostringstream& svg, const RuleTrace::Trigger& trig, const Scale& sx, double top) {
-    double lo = trig.threshold, hi = trig.threshold;
+    double lo = trig.threshold;
+    double hi = trig.threshold;
     bool any = false;
     for (const auto& s : trig.samples)
         if (!std::isnan(s.second)) {
@@ -118,13 +121,14 @@ void trigger(std::ostringstream& svg, const RuleTrace::Trigger& trig, const Scal
     rect(svg, "lane", sx.x0, top, sx.x1 - sx.x0, kLane, "none", " stroke=\"#ccc\"");
     // A J1939 lane's name is the table's, "engine_speed (J19391)": the
     // table's name on the first line, the event's on the second.
-    std::string name = trig.name, event;
+    std::string name = trig.name;
+    std::string event;
     size_t paren = name.rfind(" (");
     if (paren != std::string::npos && name.back() == ')') {
         event = name.substr(paren + 2, name.size() - paren - 3) + " ";
-        name = name.substr(0, paren);
+        name.resize(paren);
     }
-    if (name.size() > 22) name = name.substr(0, 21) + "\xE2\x80\xA6";
+    if (name.size() > 22) name.replace(21, std::string::npos, "\xE2\x80\xA6");
     text(svg, kLeft - kScale - 6, top + kLane / 2 - 2, "end", name, " font-weight=\"bold\"");
     text(svg, kLeft - kScale - 6, top + kLane / 2 + 13, "end",
          event + kTypes[trig.type % 3] + " " + threshold(trig.threshold) +
@@ -135,7 +139,10 @@ void trigger(std::ostringstream& svg, const RuleTrace::Trigger& trig, const Scal
     svg << "    <g class=\"scale\">\n";
     svg << "    <line x1=\"" << num(sx.x0) << "\" y1=\"" << num(top) << "\" x2=\"" << num(sx.x0)
         << "\" y2=\"" << num(top + kLane) << "\" stroke=\"#555\"/>\n";
-    for (double v = ceil(lo / step) * step; v <= hi + 1e-9; v += step) {
+    // Counted in whole ticks: adding the step over and over would drift.
+    const double first = ceil(lo / step) * step;
+    for (int k = 0; first + k * step <= hi + 1e-9; ++k) {
+        const double v = first + k * step;
         svg << "    <line x1=\"" << num(sx.x0 - 4) << "\" y1=\"" << num(y(v)) << "\" x2=\""
             << num(sx.x0) << "\" y2=\"" << num(y(v)) << "\" stroke=\"#555\"/>\n";
         text(svg, sx.x0 - 6, y(v) + 4, "end", value(v, step), " font-size=\"10\"");
@@ -286,7 +293,8 @@ std::string timelineSvg(const ReplayResult& r) {
     svg << "    <line x1=\"" << num(sx.x0) << "\" y1=\"" << num(y) << "\" x2=\"" << num(sx.x1)
         << "\" y2=\"" << num(y) << "\" stroke=\"#333\"/>\n";
     double step = tickStep(sx.t1 - sx.t0, 10);
-    for (double t = 0; t <= sx.t1 + 1e-9; t += step) {
+    for (int k = 0; k * step <= sx.t1 + 1e-9; ++k) {
+        const double t = k * step;
         svg << "    <line x1=\"" << num(sx.x(t)) << "\" y1=\"" << num(y) << "\" x2=\""
             << num(sx.x(t)) << "\" y2=\"" << num(y + 4) << "\" stroke=\"#333\"/>\n";
         text(svg, sx.x(t), y + 16, "middle", value(t, step));
@@ -300,8 +308,8 @@ std::string timelineSvg(const ReplayResult& r) {
 bool writeTimeline(const std::string& path, const ReplayResult& result, std::string& error) {
     std::string text = timelineSvg(result);
     FILE* f = fopen(path.c_str(), "wb");
-    if (f == NULL) {
-        error = path + ": " + strerror(errno);
+    if (f == nullptr) {
+        error = path + ": " + cli::errorText(errno);
         return false;
     }
     bool ok = fwrite(text.data(), 1, text.size(), f) == text.size();

@@ -30,7 +30,8 @@ const char* onWord(uint32_t e) {
 void lintOnOff(RuleCheck& c, const std::string& where, const std::string& at,
                const sInputTrigger& t) {
     const char* name = EVENT_NAME[t.Event].c_str();
-    bool never = false, always = false;
+    bool never = false;
+    bool always = false;
     switch (t.Type) {
         case GT: never = t.Value >= 1.0; always = t.Value < 0.0; break;
         case LT: never = t.Value <= 0.0; always = t.Value > 1.0; break;
@@ -49,7 +50,7 @@ void lintJ1939(RuleCheck& c, const std::string& where, const std::string& at,
     uint32_t row = t.Event - kFirstJ1939;
     const char* name = EVENT_NAME[t.Event].c_str();
     c.uses.push_back(RowUse{row, t.Value, "rule " + where.substr(5), t.Type == GT});
-    if (c.table == NULL) return;
+    if (c.table == nullptr) return;
     const J1939Table& table = *c.table;
     std::string problem;
     if (row >= table.rows.size() || (table.binary && !table.rows[row].counts() &&
@@ -106,10 +107,10 @@ void lintTriggers(RuleCheck& c, const Json::Value& rule, const ZelAlertPara_t& p
                        "give it a comparison, such as {\"GT\": 60.0}, or remove it");
             continue;
         }
-        const sInputTrigger* t = NULL;
+        const sInputTrigger* t = nullptr;
         for (const sInputTrigger& each : parsed.triggers)
             if (each.Event == k) t = &each;
-        if (t == NULL) continue;
+        if (t == nullptr) continue;
         // The service's accessors, in its order: none usable, and it takes GT 0.0.
         double ignored = 0;
         bool defaulted = !c.service.GetJsonGT(event, ignored) &&
@@ -129,7 +130,8 @@ void lintTriggers(RuleCheck& c, const Json::Value& rule, const ZelAlertPara_t& p
                        format("write \"%s\": {\"GT\": %s}", name.c_str(), example.c_str()));
             continue;
         }
-        int written = 0, usable = 0;
+        int written = 0;
+        int usable = 0;
         std::string usableText;
         for (const char* key : kComparisons) {
             if (!event.isMember(key)) continue;

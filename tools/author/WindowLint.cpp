@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "RuleLintInternal.h"
+#include "ScanInts.h"
 
 namespace zelauthor {
 
@@ -80,7 +81,7 @@ void readBound(RuleCheck& c, const Json::Value& rule, const std::string& where, 
     c.service.stringToDateTime(buffer, b.dt);
     int code = 0;
     for (const harness::DebugLine& l : c.h.lines())
-        if (sscanf(l.text.c_str(), "==stringToDateTime,errcode[%d]", &code) == 1) break;
+        if (scanInts(l.text.c_str(), "==stringToDateTime,errcode[%d]", &code) == 1) break;
     if (code != 0) {
         b.state = kRefused;
         addFinding(c.out, where, "datetime-refused",
@@ -103,7 +104,8 @@ void readBound(RuleCheck& c, const Json::Value& rule, const std::string& where, 
 }  // namespace
 
 void lintWindow(RuleCheck& c, const Json::Value& rule, const std::string& where) {
-    Bound start, end;
+    Bound start;
+    Bound end;
     start.key = "STARTIME";
     end.key = "ENDTIME";
     readBound(c, rule, where, start);
@@ -122,8 +124,8 @@ void lintWindow(RuleCheck& c, const Json::Value& rule, const std::string& where)
         }
         return;
     }
-    const Bound* set = start.state == kSet ? &start : end.state == kSet ? &end : NULL;
-    if (set == NULL) return;
+    const Bound* set = start.state == kSet ? &start : end.state == kSet ? &end : nullptr;
+    if (set == nullptr) return;
     const Bound& other = set == &start ? end : start;
     std::string why = other.state == kZero
                           ? format("%s \"%s\" is all zero, which means no bound", other.key,

@@ -73,7 +73,7 @@ double hump(double share) { return std::sin(kPi * share); }
 int main(int argc, char** argv) {
     long seconds = 30;
     bool ta = false;
-    const char* path = NULL;
+    const char* path = nullptr;
     int status = 0;
     if (cli::answersAsk(argc, argv, kProgram, kUsage, status)) return status;
     for (int i = 1; i < argc; ++i) {
@@ -81,22 +81,24 @@ int main(int argc, char** argv) {
             ta = true;
         } else if (!strcmp(argv[i], "--seconds")) {
             if (i + 1 == argc) return cli::usageError(kProgram, "--seconds needs a value");
-            char* end = NULL;
+            char* end = nullptr;
             seconds = strtol(argv[++i], &end, 10);
             if (*end != '\0' || seconds < 1 || seconds > 3600)
                 return cli::usageError(kProgram,
                                        std::string("--seconds: '") + argv[i] + "' is not 1..3600");
         } else if (argv[i][0] == '-') {
             return cli::usageError(kProgram, std::string("unknown option ") + argv[i]);
-        } else if (path == NULL) {
+        } else if (path == nullptr) {
             path = argv[i];
         } else {
             return cli::usageError(kProgram, "one OUT.log only");
         }
     }
-    if (path == NULL) return cli::usageError(kProgram, "no OUT.log");
+    if (path == nullptr) return cli::usageError(kProgram, "no OUT.log");
     FILE* out = fopen(path, "w");
-    if (out == NULL) return cli::fail(kProgram, std::string("cannot write ") + path + ": " + strerror(errno));
+    if (out == nullptr)
+        return cli::fail(kProgram,
+                         std::string("cannot write ") + path + ": " + cli::errorText(errno));
     // Every 10 ms step sends what is due then, in a fixed order.
     const long steps = seconds * 100;
     for (long k = 0; k < steps; ++k) {
@@ -127,6 +129,7 @@ int main(int argc, char** argv) {
         }
     }
     if (fclose(out) != 0)
-        return cli::fail(kProgram, std::string("cannot write ") + path + ": " + strerror(errno));
+        return cli::fail(kProgram,
+                         std::string("cannot write ") + path + ": " + cli::errorText(errno));
     return 0;
 }

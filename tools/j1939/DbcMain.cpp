@@ -11,10 +11,12 @@
 #include <string>
 #include <vector>
 
+#include "CommandLine.h"
 #include "Dbc.h"
 
 int dbcMain(int argc, char** argv) {
-    std::string dbc, out;
+    std::string dbc;
+    std::string out;
     std::vector<std::string> pick;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
@@ -43,7 +45,7 @@ int dbcMain(int argc, char** argv) {
     }
     std::ifstream in(dbc, std::ios::binary);
     if (!in) {
-        fprintf(stderr, "zel-j1939-table: %s: %s\n", dbc.c_str(), strerror(errno));
+        fprintf(stderr, "zel-j1939-table: %s: %s\n", dbc.c_str(), cli::errorText(errno).c_str());
         return 2;
     }
     std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -67,7 +69,7 @@ int dbcMain(int argc, char** argv) {
     csv << zelj1939::tableCsv(rows, comments);
     csv.close();
     if (!csv) {
-        fprintf(stderr, "zel-j1939-table: %s: %s\n", out.c_str(), strerror(errno));
+        fprintf(stderr, "zel-j1939-table: %s: %s\n", out.c_str(), cli::errorText(errno).c_str());
         return 2;
     }
     printf("wrote %zu signal%s to %s; %zu left out\n", rows.size(), rows.size() == 1 ? "" : "s",

@@ -33,7 +33,8 @@ const char kUsage[] =
     "  zel-j1939-table examples/j1939/signals.csv /tmp/j1939-table.bin\n";
 
 int cannot(const char* what, const char* path) {
-    return cli::fail(kProgram, std::string("cannot ") + what + " " + path + ": " + strerror(errno));
+    return cli::fail(kProgram,
+                     std::string("cannot ") + what + " " + path + ": " + cli::errorText(errno));
 }
 
 }  // namespace
@@ -59,7 +60,7 @@ int main(int argc, char** argv) {
 
     std::vector<uint8_t> payload = zelj1939::buildTablePayload(rows);
     FILE* out = fopen(outPath, "wb");
-    if (out == NULL) return cannot("write", outPath);
+    if (out == nullptr) return cannot("write", outPath);
     size_t written = fwrite(payload.data(), 1, payload.size(), out);
     if (fclose(out) != 0 || written != payload.size()) return cannot("write", outPath);
 

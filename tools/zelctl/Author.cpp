@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "CommandLine.h"
 #include "Zelctl.h"
 
 namespace zelctl {
@@ -34,11 +35,11 @@ int runAuthor(int argc, char** argv) {
                                    " is missing (build the target zel-author)");
     std::vector<char*> args;
     std::string name = "zel-author";
-    args.push_back(&name[0]);
+    args.push_back(name.data());
     for (int i = 0; i < argc; ++i) args.push_back(argv[i]);
-    args.push_back(NULL);
+    args.push_back(nullptr);
     execv(author.c_str(), args.data());
-    return refuse(argv[0], "cannot run " + author + ": " + strerror(errno));
+    return refuse(argv[0], "cannot run " + author + ": " + cli::errorText(errno));
 }
 
 }  // namespace zelctl

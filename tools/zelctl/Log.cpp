@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "AlertLogFile.h"
+#include "CommandLine.h"
 #include "Zelctl.h"
 
 namespace zelctl {
@@ -55,12 +56,12 @@ bool printLog(const std::string& path) {
 // The log files of a folder, by name (and so by log type and day).
 bool logsIn(const std::string& dir, std::vector<std::string>& files) {
     DIR* d = opendir(dir.c_str());
-    if (d == NULL) return false;
+    if (d == nullptr) return false;
     while (struct dirent* e = readdir(d)) {
         std::string name = e->d_name;
         if (name.compare(0, 4, "zel-") == 0 && name.size() > 4 &&
             name.compare(name.size() - 4, 4, ".log") == 0)
-            files.push_back(dir + "/" + name);
+            files.push_back(std::string(dir).append("/").append(name));
     }
     closedir(d);
     std::sort(files.begin(), files.end());
@@ -74,10 +75,10 @@ int runLog(int argc, char** argv) {
     if (argc != 2) return wrongCall("log", argc < 2 ? "no FILE or DIR" : "one FILE or DIR only");
     const std::string path = argv[1];
     struct stat st;
-    if (stat(path.c_str(), &st) != 0) return refuse("log", path + ": " + strerror(errno));
+    if (stat(path.c_str(), &st) != 0) return refuse("log", path + ": " + cli::errorText(errno));
     if (!S_ISDIR(st.st_mode)) return printLog(path) ? 0 : 1;
     std::vector<std::string> files;
-    if (!logsIn(path, files)) return refuse("log", path + ": " + strerror(errno));
+    if (!logsIn(path, files)) return refuse("log", path + ": " + cli::errorText(errno));
     if (files.empty()) return refuse("log", path + ": no alert log (zel-*.log) in this folder");
     bool ok = true;
     for (const std::string& f : files) ok = printLog(f) && ok;

@@ -60,13 +60,15 @@ int runRules(int argc, char** argv) {
                                            : std::string("unknown action '") + argv[1] + "'");
     if (argc < 3) return wrongCall("rules", "push needs CMD");
     if (argc > 4) return wrongCall("rules", "push takes CMD and one FILE");
-    char* end = NULL;
+    char* end = nullptr;
     const unsigned long cmd = strtoul(argv[2], &end, 10);
     if (*end != '\0' || (cmd != 1 && cmd != 3 && cmd != 4 && cmd != 5))
         return wrongCall("rules", std::string("push: '") + argv[2] + "' is not CMD 1, 3, 4 or 5");
     if (argc == 3 && cmd != platformpeer::kCmdDeleteAll)
         return wrongCall("rules", "push " + std::to_string(cmd) + " needs a FILE");
-    std::string name = argc == 4 ? argv[3] : "", text, error;
+    std::string name = argc == 4 ? argv[3] : "";
+    std::string text;
+    std::string error;
     if (argc == 4) {
         Json::Value parsed;
         if (!platformpeer::readFile(name, text, error) ||

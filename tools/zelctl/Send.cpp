@@ -4,6 +4,7 @@
 
 #include <fstream>
 
+#include "CommandLine.h"
 #include "Common.h"
 #include "MessageIds.h"
 #include "PeerUtil.h"
@@ -51,7 +52,7 @@ std::string atFileLine(const std::string& file, const std::string& error) {
 int runSend(int argc, char** argv) {
     if (asksHelp(argc, argv)) {
         std::string text(sizeof kSendUsage + strlen(zelscenario::signalSyntax()), '\0');
-        snprintf(&text[0], text.size(), kSendUsage, zelscenario::signalSyntax());
+        snprintf(text.data(), text.size(), kSendUsage, zelscenario::signalSyntax());
         return usage(text.c_str());
     }
     if (argc < 2) return wrongCall("send", "no signal");
@@ -86,7 +87,7 @@ int runTable(int argc, char** argv) {
     if (argc != 2) return wrongCall("table", argc < 2 ? "no FILE.csv" : "one FILE.csv only");
     const std::string path = argv[1];
     std::ifstream in(path.c_str());
-    if (!in) return refuse("table", path + ": cannot read: " + strerror(errno));
+    if (!in) return refuse("table", path + ": cannot read: " + cli::errorText(errno));
     std::vector<zelj1939::SignalRow> rows;
     std::string error;
     if (!zelj1939::parseSignalTable(in, rows, error))

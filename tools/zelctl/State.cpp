@@ -26,7 +26,7 @@ struct Answer {
     bool got = false;
     std::string payload;
     void OnReply(const char* msg, int len) {
-        if (got || msg == NULL || len < 16) return;
+        if (got || msg == nullptr || len < 16) return;
         payload.assign(msg + zel::kHeadSize, zel::receivedPayload(msg, len));
         got = true;
     }
@@ -38,7 +38,7 @@ int runState(int argc, char** argv) {
     if (asksHelp(argc, argv)) return usage(kUsage);
     double timeout = 3;
     if (argc == 3 && !strcmp(argv[1], "--timeout")) {
-        char* end = NULL;
+        char* end = nullptr;
         timeout = strtod(argv[2], &end);
         if (*end != '\0' || !(timeout > 0) || timeout > 3600)
             return wrongCall("state", std::string("--timeout: '") + argv[2] +
@@ -52,7 +52,7 @@ int runState(int argc, char** argv) {
     Answer answer;
     const unsigned reply = zel::kMsgAlertStateQuery | zel::kReplyBit;
     Common::Q7X_MSGEventRegister(bus, reply, Common::Q7X_Bind(&answer, &Answer::OnReply));
-    if (Common::Q7X_MSGSendMessage(bus, 0, zel::kMsgAlertStateQuery, 1, NULL, 0, 0) != 0)
+    if (Common::Q7X_MSGSendMessage(bus, 0, zel::kMsgAlertStateQuery, 1, nullptr, 0, 0) != 0)
         return refuse("state", "could not send the query (3216) to the broker");
     const double deadline = peer::monotonicSeconds() + timeout;
     while (!answer.got && g_running && peer::monotonicSeconds() < deadline)

@@ -28,7 +28,7 @@ public:
     explicit Watcher(long count) : m_left(count) {}
 
     void OnList(const char* msg, int len) {
-        if (msg == NULL || len < 16) return;
+        if (msg == nullptr || len < 16) return;
         const uint32_t n = zel::headPayloadLength(msg);
         std::vector<AlertRecord> records;
         std::string why;
@@ -56,7 +56,7 @@ int runWatch(int argc, char** argv) {
     if (asksHelp(argc, argv)) return usage(kUsage);
     long count = -1;
     if (argc == 3 && !strcmp(argv[1], "--count")) {
-        char* end = NULL;
+        char* end = nullptr;
         count = strtol(argv[2], &end, 10);
         if (*end != '\0' || count < 1)
             return wrongCall("watch",

@@ -92,7 +92,7 @@ const Subcommand kSubcommands[] = {
 Runner find(const char* name) {
     for (const Subcommand& s : kSubcommands)
         if (!strcmp(s.name, name)) return s.run;
-    return NULL;
+    return nullptr;
 }
 
 }  // namespace
@@ -106,14 +106,14 @@ int main(int argc, char** argv) {
         if (argc == 2) return zelctl::usage(kUsage);
         if (argc > 3) return zelctl::wrongCall("help", "one subcommand at a time");
         Runner run = find(argv[2]);
-        if (run == NULL)
+        if (run == nullptr)
             return zelctl::wrongCall("help", std::string("no subcommand '") + argv[2] + "'");
         char help[] = "--help";
-        char* args[] = {argv[2], help, NULL};
+        char* args[] = {argv[2], help, nullptr};
         return run(2, args);
     }
     Runner run = find(sub);
-    if (run == NULL)
+    if (run == nullptr)
         return cli::usageError("zelctl", std::string("unknown subcommand '") + sub + "'");
     return run(argc - 1, argv + 1);
 }
