@@ -28,11 +28,12 @@ ReplayResult replay(ReplayArgs args) {
     return r;
 }
 
-ReplayResult road(const std::string& clock) {
+ReplayResult road(const std::string& clock, double until = -1) {
     ReplayArgs a;
     a.rules = kExamples + "/rules/fleet.json";
     a.scenario = kExamples + "/scenarios/road.scn";
     a.clock = clock;
+    a.until = until;
     return replay(a);
 }
 
@@ -102,11 +103,7 @@ TEST(Replay, DoorRulesFollowTheDeviceClock) {
 }
 
 TEST(Replay, UntilCutsTheRunAndLeavesAlertsRunning) {
-    ReplayArgs a;
-    a.rules = kExamples + "/rules/fleet.json";
-    a.scenario = kExamples + "/scenarios/road.scn";
-    a.until = 12;
-    ReplayResult r = replay(a);
+    ReplayResult r = road("", 12);
     ASSERT_EQ(r.episodes.size(), 1u);
     EXPECT_EQ(r.episodes[0].id, 7u);
     EXPECT_LT(r.episodes[0].ended, 0);

@@ -3,7 +3,6 @@
 // status 1, and the JUnit report counts it; an unusable file is refused with
 // its reason and status 2.
 #include <dirent.h>
-#include <sys/wait.h>
 
 #include <fstream>
 #include <sstream>
@@ -13,20 +12,9 @@
 
 using namespace zelauthor;
 using authortest::kExamples;
+using authortest::runAuthor;
 
 namespace {
-
-int runAuthor(const std::string& args, std::string& output) {
-    std::string command = std::string(ZEL_AUTHOR_BIN) + " " + args + " 2>&1";
-    FILE* p = popen(command.c_str(), "r");
-    if (p == NULL) return -1;
-    output.clear();
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) output.append(buf, n);
-    int status = pclose(p);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
 std::vector<std::string> filesIn(const std::string& dir, const std::string& suffix) {
     std::vector<std::string> names;

@@ -1,19 +1,10 @@
 // Every line of the alert pass, the trigger family, the stops, the rollover
 // and the worker cycle, exactly: level, printing operation and text, in one
 // table of steps run in order on one service with a scripted storage.
-#include <functional>
-
 #include "ScriptedStorage.h"
 
-using harness::Line;
 
 namespace {
-
-struct Step {
-    const char* what;
-    std::function<void()> run;
-    std::vector<Line> lines;
-};
 
 class EngineLines : public logtest::LogFixture {};
 
@@ -32,7 +23,7 @@ TEST_F(EngineLines, EveryStepOfTheEnginePrintsExactlyItsLines) {
         bool result = false;
         s.upDateTrigger(t, atLeast, mark, result);
     };
-    const Step steps[] = {
+    runSteps({
         {"pass before storage", [&] { s.m_bStorageReady = 0; s.CheckAlarm(); s.m_bStorageReady = 1; },
          {{4, "CheckAlarm", "Zel Alert storage plugin have not run success...\n"}}},
         {"pass before rules", [&] { s.m_bParaReady = 0; s.CheckAlarm(); s.m_bParaReady = 1; },
@@ -123,13 +114,7 @@ TEST_F(EngineLines, EveryStepOfTheEnginePrintsExactlyItsLines) {
          {{2, "OnReturnWriteResult", "write Zel alert log result = 0 \n"},
          {3, "ThreadFuncImpl", "alertZelManage watch dog !\n"},
          {3, "ThreadFuncImpl", "alertZelManage watch dog !\n"}}},
-    };
-    for (const Step& st : steps) {
-        SCOPED_TRACE(st.what);
-        h.clearLines();
-        st.run();
-        expectLines(st.lines);
-    }
+    });
 }
 
 }  // namespace

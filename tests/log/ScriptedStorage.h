@@ -78,9 +78,27 @@ private:
     std::map<int, std::vector<Bytes>> m_logs;  // by yyyymmdd
 };
 
+// One step of a table of exact lines: what it does and what it prints.
+struct Step {
+    const char* what;
+    std::function<void()> run;
+    std::vector<harness::Line> lines;
+};
+
 // A ready service with this storage behind it.
 class LogFixture : public harness::ReadyServiceTest {
 protected:
+    // Runs the steps in order on the one service, each printing exactly its
+    // lines apart from those of the operations in `skip`.
+    void runSteps(const std::vector<Step>& steps, const std::set<std::string>& skip = {}) {
+        for (const Step& st : steps) {
+            SCOPED_TRACE(st.what);
+            h.clearLines();
+            st.run();
+            expectLines(st.lines, skip);
+        }
+    }
+
     ScriptedStorage storage{h};
 };
 
