@@ -169,19 +169,6 @@ TEST_F(LogWriter, EmptyLogOrSilentSizeQueryRewritesOpenFramesInIdOrder) {
     }
 }
 
-// An empty log and no open frame, or a frame its closing patch dropped.
-TEST_F(LogWriter, PatchOfAnIdWithoutAnEntryFailsAfterItsSizeQuery) {
-    write(7);
-    svc().modifyAlertZelLog(7, kPatch7, true);
-    EXPECT_FALSE(hasEntry(7));
-    for (uint32_t id : {7u, 4u}) {
-        if (id == 4) storage.wipe();
-        h.clearSent();
-        svc().modifyAlertZelLog(id, kPatch7, id == 4);
-        EXPECT_EQ(sentIds(), (Ids{6671}));  // nothing written
-    }
-}
-
 class Stops : public logtest::LogFixture {
 protected:
     // Storage requests and alert lists, in order, from message `from` on.

@@ -97,8 +97,6 @@ TEST_F(Allocation, FrameDecodeAllocatesNothing) {
               }),
               0u);
     EXPECT_EQ(svc().m_J1939Value.size(), 64u);
-    // The counter does see allocations: the harness's own delivery makes some.
-    EXPECT_GT(allocationsOf([&] { h.deliver(1089, sig::canFrame(0x18FEF100, 0)); }), 0u);
 }
 
 TEST_F(Allocation, TriggerEvaluationOfAPassAllocatesNothing) {
