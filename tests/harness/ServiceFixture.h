@@ -117,7 +117,7 @@ protected:
     CAlertZelManage& svc() { return h.service(); }
 
     ZelAlertPara_t& addRule(uint32_t id, uint32_t atLeast = 0,
-                            std::vector<sInputTrigger> triggers = {{kSpeedEvent, GT, 60.0}}) {
+                            const std::vector<sInputTrigger>& triggers = {{kSpeedEvent, GT, 60.0}}) {
         svc().m_ParaList.push_back(makeRule(id, atLeast, triggers));
         return svc().m_ParaList.back();
     }

@@ -147,8 +147,8 @@ TEST_F(LogWriter, EmptyLogOrSilentSizeQueryRewritesOpenFramesInIdOrder) {
         storage.sizeReplyDelayUs = 0;
         for (uint8_t id : {9, 2, 5}) write(id, dateTime(26, 3, 5, 10, 0, id));
         EXPECT_EQ(offsetOf(5), 204u);
-        const Common::_datetime_ firstPatch = dateTime(26, 3, 5, 11, 0, 0),
-                                 secondPatch = dateTime(26, 3, 5, 11, 0, 5);
+        const Common::_datetime_ firstPatch = dateTime(26, 3, 5, 11, 0, 0);
+        const Common::_datetime_ secondPatch = dateTime(26, 3, 5, 11, 0, 5);
         svc().modifyAlertZelLog(5, firstPatch, false);
         if (silent) storage.sizeReplyDelayUs = -1;
         else storage.wipe();

@@ -7,6 +7,8 @@ using harness::Bytes;
 namespace {
 
 const uint32_t kIgnition = 13, kHdTemp = 15, kSysTemp = 16, kSysVolt = 17;
+// What a vehicle record leaves counting, as bits.
+const int kSys = 1, kVolt = 2, kIgn = 4, kDiskOk = 8, kHd = 16;
 
 class VehicleSignals : public harness::ServiceTest {
 protected:
@@ -51,8 +53,6 @@ TEST_F(VehicleSignals, GroupPresenceAndDiskStatusDecideWhatCounts) {
     vehicle(0x01, 0x03, 41, 0, 33);  // temperatures, no disk verdict yet
     EXPECT_TRUE(svc().isEventValid(kSysTemp));
     EXPECT_FALSE(svc().isEventValid(kHdTemp));
-    // What counts afterwards, as bits.
-    const int kSys = 1, kVolt = 2, kIgn = 4, kDiskOk = 8, kHd = 16;
     struct {
         const char* what;
         uint32_t vehicleMask, tempMask, voltMask, statusMask, status;
