@@ -92,7 +92,7 @@ TEST(RuleTests, ExitStatusAndJunitReport) {
     std::string good = speedingTest(std::string(kOverspeed) +
                                     ", \"expect\": [{\"alert\": 7, \"began\": 8, \"ended\": 12}]");
     std::string bad = speedingTest(std::string(kOverspeed) + ", \"never\": [7]");
-    std::string report = ::testing::TempDir() + "rule-tests.xml";
+    std::string report = authortest::scratchDir() + "/rule-tests.xml";
     std::string out;
     EXPECT_EQ(runAuthor("test " + good, out), 0) << out;
     EXPECT_EQ(runAuthor("test " + good + " " + bad + " --junit " + report, out), 1) << out;

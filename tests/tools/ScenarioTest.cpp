@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -52,12 +53,20 @@ std::string ParseError(const std::string& text, const std::string& dir = "") {
     return error;
 }
 
-// A fresh folder under gtest's temporary directory.
+// A fresh folder under gtest's temporary directory, removed with its
+// contents at the end of the scope.
 struct ScratchDir {
     ScratchDir() {
         std::string tmpl = ::testing::TempDir() + "scenarioXXXXXX";
-        path = mkdtemp(&tmpl[0]) ? tmpl : ::testing::TempDir();
+        EXPECT_NE(mkdtemp(&tmpl[0]), nullptr) << tmpl;
+        path = tmpl;
     }
+    ~ScratchDir() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
     std::string Write(const std::string& name, const std::string& text) const {
         std::ofstream(path + "/" + name) << text;
         return path + "/" + name;
