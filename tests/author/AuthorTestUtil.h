@@ -21,6 +21,11 @@ const std::string kTraces = AZ_J1939_DATA_DIR;
 
 inline bool exists(const std::string& path) { return access(path.c_str(), R_OK) == 0; }
 
+inline std::string readText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
 // The test program's scratch folder under gtest's temporary directory,
 // removed with everything in it when the program exits.
 inline const std::string& scratchDir() {
