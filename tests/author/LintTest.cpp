@@ -179,7 +179,8 @@ TEST(Lint, FindingsLandWhereTheyBelongAndSeverityFollowsWhatTheyCost) {
     const std::string speeding = kExamples + "/rules/speeding.json";
     const std::string row2 = authortest::writeTemp(
         "rules.json", "{\"DUMMY100\": [{\"ID\": 1, \"J19392\": {\"GT\": 90.0}}]}");
-    const std::string table = authortest::writeTemp("table.bin", std::string(binary.begin(), binary.end()));
+    const std::string table =
+        authortest::writeTemp("table.bin", std::string(binary.begin(), binary.end()));
     const std::string rows65 = authortest::writeTemp("t.csv", csv);
     const struct Case {
         std::string rules, table, can;
