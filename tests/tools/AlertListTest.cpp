@@ -32,7 +32,8 @@ std::vector<uint8_t> List(const std::vector<Rec>& recs) {
 // Records in order, reserved bytes ignored; a list whose head disagrees with
 // its length is refused whole.
 TEST(AlertList, DecodesRecordsInOrderAndRefusesListsWhoseHeadDisagrees) {
-    std::vector<uint8_t> two = List({{7, {26, 3, 5, 12, 0, 5}, false}, {9, {26, 3, 5, 12, 0, 6}, true}});
+    const std::vector<uint8_t> two =
+        List({{7, {26, 3, 5, 12, 0, 5}, false}, {9, {26, 3, 5, 12, 0, 6}, true}});
     std::vector<uint8_t> one = List({{7, {26, 3, 5, 12, 0, 5}, false}});
     std::vector<uint8_t> badBytes = one;
     zel::putLe32(badBytes.data(), 4, 31);
