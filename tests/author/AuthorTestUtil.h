@@ -32,7 +32,7 @@ inline const std::string& scratchDir() {
     static const struct Scratch {
         Scratch() {
             std::string tmpl = ::testing::TempDir() + "authorXXXXXX";
-            if (mkdtemp(&tmpl[0]) == nullptr) {
+            if (mkdtemp(tmpl.data()) == nullptr) {
                 perror(tmpl.c_str());  // no folder to write the tests' files in
                 abort();
             }
@@ -52,7 +52,7 @@ inline std::string writeTemp(const std::string& name, const std::string& content
     static int folders = 0;
     const std::string dir = scratchDir() + "/" + std::to_string(++folders);
     std::filesystem::create_directory(dir);
-    const std::string path = dir + "/" + name;
+    std::string path = dir + "/" + name;
     std::ofstream(path, std::ios::binary) << content;
     return path;
 }
@@ -63,7 +63,7 @@ inline int runAuthor(const std::string& args, std::string& output) {
     std::string command = std::string(ZEL_AUTHOR_BIN) + " " + args + " 2>&1";
     // Through the shell, for its redirection: running the program under test is the point.
     FILE* p = popen(command.c_str(), "r");  // NOLINT(cert-env33-c)
-    if (p == NULL) return -1;
+    if (p == nullptr) return -1;
     output.clear();
     char buf[4096];
     size_t n;

@@ -109,15 +109,15 @@ TEST(Lint, SpecialValuesByFieldWidth) {
     const struct Case {
         uint64_t raw;
         int32_t length;
-        const char* kind;  // NULL: a reading
+        const char* kind;  // nullptr: a reading
     } cases[] = {
-        {0xFA, 8, NULL},           {0xFB, 8, "reserved"},      {0xFE, 8, "error"},
-        {0xFF, 8, "not available"}, {0xFAFF, 16, NULL},        {0xFB00, 16, "reserved"},
+        {0xFA, 8, nullptr},           {0xFB, 8, "reserved"},      {0xFE, 8, "error"},
+        {0xFF, 8, "not available"}, {0xFAFF, 16, nullptr},        {0xFB00, 16, "reserved"},
         {0xFE12, 16, "error"},     {0xFFFF, 16, "not available"},
-        {0xFAFFFFFF, 32, NULL},    {0xFB000000, 32, "reserved"},
+        {0xFAFFFFFF, 32, nullptr},    {0xFB000000, 32, "reserved"},
         {0xFFFFFFFF, 32, "not available"},
-        {1, 2, NULL},              {2, 2, "error"},            {3, 2, "not available"},
-        {1, 1, NULL},              {0xE, 4, "error"},          {0xF, 4, "not available"},
+        {1, 2, nullptr},              {2, 2, "error"},            {3, 2, "not available"},
+        {1, 1, nullptr},              {0xE, 4, "error"},          {0xF, 4, "not available"},
     };
     for (const Case& c : cases) {
         const char* kind = specialValue(c.raw, c.length);
@@ -172,7 +172,8 @@ TEST(Lint, FindingsLandWhereTheyBelongAndSeverityFollowsWhatTheyCost) {
     for (size_t i = 0; i < rows.size(); ++i)
         rows[i] = {"s", 65262 + i, 0, 0, 8, 1, 0, "", 0};
     std::vector<uint8_t> binary = zelj1939::buildTablePayload(rows);
-    zel::putLe32(binary.data() + J1939Param_t::kRowSize * 2, J1939Param_t::kId, 64);
+    const size_t thirdRow = static_cast<size_t>(J1939Param_t::kRowSize) * 2;
+    zel::putLe32(binary.data() + thirdRow, J1939Param_t::kId, 64);
     std::string csv = "name,pgn,startbyte,startbit,length,resolution,offset\n";
     for (int i = 0; i < 65; ++i)
         csv += "s" + std::to_string(i) + ",65" + std::to_string(100 + i) + ",0,0,8,1,0\n";
@@ -201,7 +202,7 @@ TEST(Lint, FindingsLandWhereTheyBelongAndSeverityFollowsWhatTheyCost) {
         {speeding, rows65, "", "TABLE row 64", "beyond-64", kError, ""},
     };
     for (const Case& c : cases) {
-        const Finding* hit = NULL;
+        const Finding* hit = nullptr;
         Findings found = lint(c.rules, c.table, c.can);
         for (const Finding& f : found)
             if (f.where == c.where && f.kind == c.kind) hit = &f;

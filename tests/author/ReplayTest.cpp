@@ -21,7 +21,7 @@ namespace {
 // sleep plus a wait of up to 500 ms.
 const double kCycle = 0.7;
 
-ReplayResult replay(ReplayArgs args) {
+ReplayResult replay(const ReplayArgs& args) {
     ReplayResult r;
     std::string error;
     EXPECT_EQ(runReplay(args, r, error), kClean) << error;

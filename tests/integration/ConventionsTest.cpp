@@ -16,7 +16,8 @@ class Conventions : public Offline {
 protected:
     // Runs a program to its end with standard output and standard error apart.
     Ran RunApart(const std::vector<std::string>& args) {
-        const std::string out = m_dir.Path("out"), err = m_dir.Path("err");
+        const std::string out = m_dir.Path("out");
+        const std::string err = m_dir.Path("err");
         const int code = WaitExit(Spawn(args, out, err));
         Ran r{code, ReadText(out), ReadText(err)};
         EXPECT_TRUE(SanitizerFree(r.err)) << r.err;
@@ -131,7 +132,8 @@ TEST_F(Conventions, DamagedLogsShowEveryWholeFrameThenWarn) {
     const Common::_datetime_ at = {26, 3, 5, 8, 30, 0, 4, 0};
     for (int i = 0; i < 3; ++i)
         zel::buildLogFrame(&file[zelstore::kHeadSize + i * zelstore::kFrameSize], 11 * (i + 1), at);
-    std::vector<uint8_t> cut(file.begin(), file.end() - 17), damaged = file;
+    const std::vector<uint8_t> cut(file.begin(), file.end() - 17);
+    std::vector<uint8_t> damaged = file;
     damaged[zelstore::kHeadSize + zelstore::kFrameSize] ^= 1;
     const struct {
         std::vector<uint8_t> bytes;

@@ -23,7 +23,8 @@ TEST_F(Tools, LintAndReplayAreZelAuthorsBesideZelctl) {
                     "zelctl, and " +
                         m_dir.Path("zel-author") + " is missing"));
     // Beside it, the same answers as zel-author's own, but for the time a replay took.
-    const std::string bin = ZELCTL_BIN, author = bin.substr(0, bin.rfind('/')) + "/zel-author";
+    const std::string bin = ZELCTL_BIN;
+    const std::string author = bin.substr(0, bin.rfind('/')) + "/zel-author";
     if (access(author.c_str(), X_OK) != 0) GTEST_SKIP() << "zel-author is not built";
     // Their usage, through zelctl's help, on stdout with exit 0.
     EXPECT_TRUE(Has(Run({ZELCTL_BIN, "help", "lint"}, 0), "--fail-on warning|error"));

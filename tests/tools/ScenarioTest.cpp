@@ -16,7 +16,7 @@ namespace {
 std::vector<uint8_t> Hex(const std::string& text) {
     std::vector<uint8_t> out;
     for (size_t i = 0; i + 1 < text.size(); i += 2)
-        out.push_back(static_cast<uint8_t>(strtoul(text.substr(i, 2).c_str(), NULL, 16)));
+        out.push_back(static_cast<uint8_t>(strtoul(text.substr(i, 2).c_str(), nullptr, 16)));
     return out;
 }
 
@@ -56,7 +56,7 @@ std::string ParseError(const std::string& text, const std::string& dir = "") {
 struct ScratchDir {
     ScratchDir() {
         std::string tmpl = ::testing::TempDir() + "scenarioXXXXXX";
-        EXPECT_NE(mkdtemp(&tmpl[0]), nullptr) << tmpl;
+        EXPECT_NE(mkdtemp(tmpl.data()), nullptr) << tmpl;
         path = tmpl;
     }
     ~ScratchDir() {
