@@ -29,7 +29,8 @@ const char* const kRules =
 TEST(Backtest, TruckTracesSameWithAnyJobsAndTotalsAddUp) {
     SKIP_WITHOUT_TRACE(kTraces + "/normal.log");
     std::string rules = authortest::writeTemp("rules.json", kRules);
-    std::string one = rules + ".1.json", two = rules + ".2.json";
+    const std::string one = rules + ".1.json";
+    const std::string two = rules + ".2.json";
     std::string common = rules + " " + kTraces + " --j1939 " + kExamples + "/j1939/signals.csv";
     ASSERT_EQ(backtest(common + " --jobs 1 --json " + one), 0);
     ASSERT_EQ(backtest(common + " --jobs 2 --json " + two), 0);
@@ -39,7 +40,8 @@ TEST(Backtest, TruckTracesSameWithAnyJobsAndTotalsAddUp) {
     Json::Value root;
     ASSERT_TRUE(Json::Reader().parse(json, root)) << json;
     ASSERT_EQ(root["drives"].size(), 4u);
-    std::map<uint32_t, Json::UInt64> count, drives;
+    std::map<uint32_t, Json::UInt64> count;
+    std::map<uint32_t, Json::UInt64> drives;
     Json::UInt64 alerts = 0;
     for (const Json::Value& d : root["drives"]) {
         std::map<uint32_t, bool> raised;

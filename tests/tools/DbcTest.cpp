@@ -90,6 +90,7 @@ TEST(Dbc, SignalsBecomeTheRowsAHandDecodeExpects) {
                        "RequestedPgn 254 0 0 24 1 0 ",
                    }));
     std::vector<std::string> named;
+    named.reserve(left.size());
     for (const LeftOut& l : left) named.push_back(l.name + ": " + l.reason);
     EXPECT_EQ(named, (std::vector<std::string>{
                          "ActualTorque: signed values",
