@@ -241,6 +241,10 @@ TEST(AuthorProgram, ExitStatusAndMessage) {
         {"lint " + warnings + " --json --fail-on error", 0, "\"severity\" : \"warning\""},
         {"lint " + bad, 2, bad + ":3: "},
         {"lint /nonexistent/rules.json", 2, "/nonexistent/rules.json: No such file"},
+        // A folder where a file belongs: the reason, not an abort.
+        {"lint /tmp", 2, "/tmp: Is a directory"},
+        {"lint " + fleet + " --j1939 /tmp", 2, "/tmp: Is a directory"},
+        {"replay " + fleet + " --j1939 /tmp", 2, "/tmp: Is a directory"},
         {"lint " + fleet + " --can " + kData + "/traps.log", 2, "add --j1939"},
         {"lint " + fleet + " --fail-on never", 2, "expected warning or error"},
         {"lint " + fleet + " --bogus", 2, "unknown option --bogus (see zel-author lint --help)"},

@@ -111,6 +111,8 @@ TEST_F(Conventions, EachCallIsAnsweredWithItsStatusAndWhere) {
         {{ZELCTL_BIN, "rules", "push", "5", noRules}, 1, noRules + ": no \"DUMMY\" array"},
         {{ZELCTL_BIN, "table", table}, 1, "zelctl table: " + table + ":3: pgn 0 is outside"},
         {{ZELCTL_BIN, "log", m_dir.Path("missing")}, 1, "missing: No such file"},
+        {{ZELCTL_BIN, "table", m_dir.path}, 1, m_dir.path + ": Is a directory"},
+        {{ZEL_J1939_TABLE_BIN, "--dbc", m_dir.path, "-o", table}, 2, ": Is a directory"},
         {{ZELCTL_BIN, "log", damaged}, 1, damaged + " is damaged: 100 of 100 bytes"},
         {{ZEL_PLATFORM_BIN, "fence-event", "7", "1"}, 1, "no broker at " + bus + "\n"},
     };
