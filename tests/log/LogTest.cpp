@@ -105,7 +105,7 @@ TEST_F(LogWriter, ClockSetBackDuringAWaitDoesNotStretchIt) {
 
 // Any reply ends its wait; it counts only when well formed and successful.
 TEST_F(LogWriter, RepliesOfAWrongLengthOrARefusalCountForNothing) {
-    struct Row {
+    const struct Row {
         bool write;        // a write reply, else a size reply
         uint32_t claimed;  // the head's length word
         int len;           // bytes handed over, head included
@@ -217,7 +217,7 @@ TEST_F(Stops, MidnightSplitsEachRunningAlertIntoTwoFrames) {
 }
 
 TEST_F(Stops, ClockFlagOrDateChangeStopsAllOnceAndAnHourChangeDoesNot) {
-    std::pair<std::function<void()>, bool> rows[] = {  // change, whether it stops all
+    const std::pair<std::function<void()>, bool> rows[] = {  // change, whether it stops all
         {[&] { h.setTimeFlag(1); }, true},
         {[&] { h.setTimeFlag(0); }, true},
         {[&] { h.stepDeviceOnly(-86400); }, true},

@@ -111,7 +111,7 @@ TEST_F(StorageFiles, MalformedRequestsAreRefusedWithOneLineAndAnsweredWhenTheyCa
     };
     Bytes badFrame = frameOf(7, at(5, 9, 0, 0));
     badFrame[0] = 'Z';
-    struct Row { char kind; Bytes msg; bool answered; const char* reason; } rows[] = {
+    const struct Row { char kind; Bytes msg; bool answered; const char* reason; } rows[] = {
         {'w', message(Bytes(10, 0), 10), true, "a payload of 10 bytes"},
         {'w', message(Bytes(20, 0), 76), true, "claims 76 payload bytes but 20 arrived"},
         {'w', message(writeRequest(badFrame), 76), true, "lacks the z2db magic"},
@@ -168,7 +168,7 @@ TEST_F(StorageFiles, ScanCountsDamageInBytes) {
     const Bytes file = fileBytes(5);
     ASSERT_TRUE(zelstore::scanLog(file.data(), file.size()).whole());
     // Flip a bit of byte `at` (0: none), then resize (0: keep).
-    struct Row { size_t at, resize; uint64_t unreadable; const char* problem; } rows[] = {
+    const struct Row { size_t at, resize; uint64_t unreadable; const char* problem; } rows[] = {
         {0, 204 + 17, 17, "torn frame of 17 bytes"},
         {84 + 30, 0, 60, "frame at offset 84 is damaged"},
         {20, 0, 204, "head checksum mismatch"},
