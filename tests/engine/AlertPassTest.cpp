@@ -1,6 +1,6 @@
 // The alert pass: every transition of a rule, the hold, the window, the area,
 // the tick and the report of the edges.
-#include <stdio.h>
+#include <stdlib.h>
 
 #include "ServiceFixture.h"
 
@@ -14,11 +14,11 @@ class AlertPass : public harness::ReadyServiceTest {
 protected:
     // The utc printed when alert 7 rose last, or -1.
     long riseUtc() {
+        const std::string head = "alertID[7] time[";
         long found = -1;
-        long utc = 0;
-        char bang = 0;
         for (const std::string& t : h.texts())
-            if (sscanf(t.c_str(), "alertID[7] time[%ld] new alert %c", &utc, &bang) == 2) found = utc;
+            if (t.rfind(head, 0) == 0 && t.find("] new alert !") != std::string::npos)
+                found = strtol(t.c_str() + head.size(), nullptr, 10);
         return found;
     }
 };
@@ -73,7 +73,7 @@ TEST_F(AlertPass, ZeroHoldRisesAtOnceIsPatchedOnLaterTicksAndEdgesOfAPassShareOn
 }
 
 TEST_F(AlertPass, DailyWindowIncludesBothBoundsNeverWrapsAndAZeroBoundAlwaysHolds) {
-    struct { int startH, endH, hour, minute, second; bool holds; } rows[] = {
+    const struct { int startH, endH, hour, minute, second; bool holds; } rows[] = {
         {8, 17, 7, 59, 59, false}, {8, 17, 8, 0, 0, true},   {8, 17, 17, 0, 0, true},
         {8, 17, 17, 0, 1, false},  {22, 6, 23, 0, 0, false}, {22, 6, 3, 0, 0, false},
         {23, -1, 3, 0, 0, true},  // -1: an end of all zeros

@@ -3,7 +3,6 @@
 // table of steps run in order on one service with a scripted storage.
 #include "ScriptedStorage.h"
 
-
 namespace {
 
 class EngineLines : public logtest::LogFixture {};
@@ -16,13 +15,6 @@ TEST_F(EngineLines, EveryStepOfTheEnginePrintsExactlyItsLines) {
     windowed.startTime = harness::dateTime(0, 0, 0, 1, 0, 0);
     windowed.endTime = harness::dateTime(0, 0, 0, 2, 0, 0);
     s.m_IsInGPSAreaMap[7] = false;
-    auto trigger = [&](uint32_t event, int type) {
-        sInputTrigger t{event, static_cast<eTriggerType>(type), 1.0};
-        unsigned int atLeast = 0;
-        unsigned long long mark = 0;
-        bool result = false;
-        s.upDateTrigger(t, atLeast, mark, result);
-    };
     runSteps({
         {"pass before storage", [&] { s.m_bStorageReady = 0; s.CheckAlarm(); s.m_bStorageReady = 1; },
          {{4, "CheckAlarm", "Zel Alert storage plugin have not run success...\n"}}},
@@ -56,11 +48,11 @@ TEST_F(EngineLines, EveryStepOfTheEnginePrintsExactlyItsLines) {
          {3, "CheckAlarm", "==delete==alertID[7]==[120005]==\n"},
          {2, "GetZelAlertLogSize", "=========write Zel alert log size[144]...\n"},
          {2, "modifyAlertZelLog", "=========modify Zel alert log ID[7]...\n"}}},
-        {"event beyond the catalogue", [&] { trigger(103, GT); },
+        {"event beyond the catalogue", [&] { trigger(103, GT, 1.0); },
          {{3, "upDateTrigger", "update EventList  invalid Event =103\n"}}},
-        {"panic code unknown", [&] { s.setEventValid(8); trigger(8, GT); },
+        {"panic code unknown", [&] { s.setEventValid(8); trigger(8, GT, 1.0); },
          {{3, "checkAlertPanicKey", "value[0] is error !"}}},
-        {"comparison type unknown", [&] { trigger(14, 3); },
+        {"comparison type unknown", [&] { trigger(14, static_cast<eTriggerType>(3), 1.0); },
          {{3, "checkValue", "checkValue invalid type =3\n"}}},
         {"one stopped", [&] { speed(70); s.CheckAlarm(); s.StopOneAlarm(7); },
          {{3, "upDateEvent", "checkAlert Event[SPEED]==value[70.000000]==opt[0]==param[60.000000]==result[1] \n"},

@@ -9,7 +9,7 @@ namespace {
 using Trigger = harness::ServiceTest;
 
 TEST_F(Trigger, ComparisonsExcludeTheThresholdAndRefuseNaNAndSignalsWithoutAValue) {
-    struct { double value, threshold; eTriggerType type; bool expected; } rows[] = {
+    const struct { double value, threshold; eTriggerType type; bool expected; } rows[] = {
         {61, 60, GT, true},  {60, 60, GT, false}, {59, 60, LT, true},  {60, 60, LT, false},
         {60, 60, EQ, true},  {60.0000001, 60, EQ, false}, {NAN, 60, GT, false},
         {NAN, 60, LT, false}, {NAN, NAN, EQ, false},
@@ -55,7 +55,7 @@ TEST_F(Trigger, EachFamilyReadsItsCachedValue) {
 
 TEST_F(Trigger, PanicKeyCodesAndAnUnknownCodeLeavesTheLastResult) {
     // gtHalf: GT 0.5 from false; initialKept: LT 0.5 from true; last: m_LastResult[8].
-    struct { uint8_t code; bool gtHalf, initialKept; uint8_t last; } rows[] = {
+    const struct { uint8_t code; bool gtHalf, initialKept; uint8_t last; } rows[] = {
         {0x31, true, false, 1}, {0x99, false, true, 1}, {0x30, true, false, 1},
         {0x32, false, true, 0}, {0x00, false, true, 0}};
     svc().setEventValid(8);

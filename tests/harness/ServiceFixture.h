@@ -62,7 +62,7 @@ inline std::vector<Report> decodeList(const Bytes& payload) {
     EXPECT_EQ(zel::getLe32(payload.data(), 4), count * 32);
     EXPECT_EQ(payload.size(), 8 + count * 32);
     for (uint32_t i = 0; i < count && 8 + 32 * (i + 1) <= payload.size(); ++i) {
-        const uint8_t* rec = payload.data() + 8 + 32 * i;
+        const uint8_t* rec = payload.data() + 8 + size_t{32} * i;
         EXPECT_EQ(zel::getLe64(rec, 8), 0u);
         list.push_back(Report{zel::getLe32(rec, 0), Bytes(rec + 16, rec + 22), rec[24]});
     }
@@ -173,8 +173,9 @@ protected:
     // Virtual seconds that fn took.
     template <class Fn>
     double timed(Fn fn) {
-        int64_t t0 = h.nowUs();
+        const int64_t t0 = h.nowUs();
         fn();
+        // cppcheck-suppress duplicateExpression ; fn moves the virtual clock
         return (h.nowUs() - t0) / 1e6;
     }
 

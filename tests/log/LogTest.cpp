@@ -104,8 +104,9 @@ TEST_F(LogWriter, ClockSetBackDuringAWaitDoesNotStretchIt) {
 }
 
 // Any reply ends its wait; it counts only when well formed and successful.
+// Replies without a head or of a wrong length are in LogLinesTest.
 TEST_F(LogWriter, RepliesOfAWrongLengthOrARefusalCountForNothing) {
-    struct Row {
+    const struct Row {
         bool write;        // a write reply, else a size reply
         uint32_t claimed;  // the head's length word
         int len;           // bytes handed over, head included
@@ -113,9 +114,8 @@ TEST_F(LogWriter, RepliesOfAWrongLengthOrARefusalCountForNothing) {
         bool counts;
     } rows[] = {
         {false, 32 | 0xFF800000u, 48, 0, true}, {false, 32, 48, -1, false},
-        {false, 33, 49, 0, false}, {false, 32, 36, 0, false},  // claims more than came
-        {false, 32, 10, 0, false}, {true, 8 | 0x800000u, 24, 0, true},
-        {true, 12, 28, 0, false},  {true, 8, 18, 0, false}, {true, 8, 0, 0, false},
+        {false, 32, 36, 0, false},  // claims more than came
+        {true, 8 | 0x800000u, 24, 0, true}, {true, 8, 18, 0, false},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(&row - rows);
@@ -126,7 +126,7 @@ TEST_F(LogWriter, RepliesOfAWrongLengthOrARefusalCountForNothing) {
         svc().m_bWritePending = svc().m_bSizePending = 1;
         svc().m_WriteResult = -1;
         svc().m_LogSize = 0;
-        if (row.write) svc().OnReturnWriteResult(row.len ? msg : nullptr, row.len);
+        if (row.write) svc().OnReturnWriteResult(msg, row.len);
         else svc().OnReturnAlarmLogSize(msg, row.len);
         if (row.write) EXPECT_EQ(svc().m_WriteResult == 0, row.counts);
         else EXPECT_EQ(svc().m_LogSize, row.counts ? 204u : 0u);  // a refusal reads as empty
@@ -217,7 +217,7 @@ TEST_F(Stops, MidnightSplitsEachRunningAlertIntoTwoFrames) {
 }
 
 TEST_F(Stops, ClockFlagOrDateChangeStopsAllOnceAndAnHourChangeDoesNot) {
-    std::pair<std::function<void()>, bool> rows[] = {  // change, whether it stops all
+    const std::pair<std::function<void()>, bool> rows[] = {  // change, whether it stops all
         {[&] { h.setTimeFlag(1); }, true},
         {[&] { h.setTimeFlag(0); }, true},
         {[&] { h.stepDeviceOnly(-86400); }, true},

@@ -1,5 +1,6 @@
 // The storage peer's logic without the bus: requests in, files and replies
-// out, on a clock the test sets; and the reader behind zel-logdump.
+// out, on a clock the test sets. What the log readers make of a damaged log
+// is in the integration tests.
 #include <fcntl.h>
 #include <ftw.h>
 #include <stdio.h>
@@ -111,7 +112,7 @@ TEST_F(StorageFiles, MalformedRequestsAreRefusedWithOneLineAndAnsweredWhenTheyCa
     };
     Bytes badFrame = frameOf(7, at(5, 9, 0, 0));
     badFrame[0] = 'Z';
-    struct Row { char kind; Bytes msg; bool answered; const char* reason; } rows[] = {
+    const struct Row { char kind; Bytes msg; bool answered; const char* reason; } rows[] = {
         {'w', message(Bytes(10, 0), 10), true, "a payload of 10 bytes"},
         {'w', message(Bytes(20, 0), 76), true, "claims 76 payload bytes but 20 arrived"},
         {'w', message(writeRequest(badFrame), 76), true, "lacks the z2db magic"},
@@ -159,30 +160,6 @@ TEST_F(StorageFiles, TornTailIsCutAndADamagedHeadIsMovedAside) {
     EXPECT_EQ(access((path(5) + ".damaged").c_str(), F_OK), 0);
     ASSERT_EQ(write(3), 0);
     EXPECT_EQ(size(), 144u);
-}
-
-// The reader behind zel-logdump.
-TEST_F(StorageFiles, ScanCountsDamageInBytes) {
-    ASSERT_EQ(write(7), 0);
-    ASSERT_EQ(write(8), 0);
-    const Bytes file = fileBytes(5);
-    ASSERT_TRUE(zelstore::scanLog(file.data(), file.size()).whole());
-    // Flip a bit of byte `at` (0: none), then resize (0: keep).
-    struct Row { size_t at, resize; uint64_t unreadable; const char* problem; } rows[] = {
-        {0, 204 + 17, 17, "torn frame of 17 bytes"},
-        {84 + 30, 0, 60, "frame at offset 84 is damaged"},
-        {20, 0, 204, "head checksum mismatch"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.problem);
-        Bytes damaged = file;
-        damaged[row.at] ^= row.at ? 1 : 0;
-        if (row.resize) damaged.resize(row.resize, 0);
-        zelstore::LogScan bad = zelstore::scanLog(damaged.data(), damaged.size());
-        EXPECT_FALSE(bad.whole());
-        EXPECT_EQ(bad.unreadable, row.unreadable);
-        EXPECT_NE(bad.problem.find(row.problem), std::string::npos) << bad.problem;
-    }
 }
 
 }  // namespace

@@ -81,6 +81,7 @@ std::vector<std::string> run(uint32_t seed, const std::vector<Message>& script,
     h.cycle();
     h.deliver(rulestest::kRuleReply,
               harness::textBytes("{\"DUMMY100\":[" + Script(seed).elements(4, true) + "]}"));
+    // cppcheck-suppress variableScope ; the request hook below keeps it for the whole run
     size_t nextMessage = 0;
     int cycle = 0;
     if (plan == nullptr) {
@@ -130,6 +131,7 @@ TEST(HeldMessages, RandomLandingsInStorageWaitsMatchTheSameMessagesAppliedOutsid
         SCOPED_TRACE("seed " + std::to_string(seed));
         Script gen(seed * 7);
         std::vector<Message> script;
+        script.reserve(kScriptLength);
         for (int i = 0; i < kScriptLength; ++i) script.push_back(gen.next());
         std::vector<std::vector<int>> landed(kCycles);
         std::vector<std::string> inWaits = run(seed, script, &landed, nullptr);

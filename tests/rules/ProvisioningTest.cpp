@@ -87,16 +87,16 @@ const FenceCase kFenceCases[] = {
     {6795, textBytes("{\"SOURCE\":100,\"EVENT\":1,\"ID\":-5}"), kAbsent},
 };
 
-class Fence : public RulesTest, public ::testing::WithParamInterface<FenceCase> {};
-
-TEST_P(Fence, SetsTheFlagOfItsIdOrIsRefused) {
-    h.deliver(GetParam().id, GetParam().payload);
-    auto it = areas().find(5);
-    EXPECT_EQ(it == areas().end() ? kAbsent : it->second, GetParam().outcome);
-    EXPECT_EQ(svc().checkIsInArea(5), GetParam().outcome != kOutside);
+TEST_F(RulesTest, FenceMessageSetsTheFlagOfItsIdOrIsRefused) {
+    for (const FenceCase& c : kFenceCases) {
+        SCOPED_TRACE(&c - kFenceCases);
+        areas().clear();
+        h.deliver(c.id, c.payload);
+        auto it = areas().find(5);
+        EXPECT_EQ(it == areas().end() ? kAbsent : it->second, c.outcome);
+        EXPECT_EQ(svc().checkIsInArea(5), c.outcome != kOutside);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Table, Fence, ::testing::ValuesIn(kFenceCases));
 
 TEST_F(RulesTest, MapWarnsFromThe101stEntryOnButKeepsEveryEntry) {
     const char kWarning[] = "==========m_IsInGPSAreaMap is too large !============\n";

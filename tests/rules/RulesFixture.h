@@ -37,7 +37,7 @@ protected:
     std::vector<std::string> requests() {
         std::vector<std::string> out;
         for (const harness::SentMessage& m : h.sentWithId(kPlatform))
-            out.push_back(std::string(m.payload.begin(), m.payload.end()));
+            out.emplace_back(m.payload.begin(), m.payload.end());
         return out;
     }
 };

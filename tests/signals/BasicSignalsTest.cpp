@@ -20,7 +20,7 @@ TEST_F(BasicSignals, InputWordSetsSixteenFlagsAndTheEightInputEventsAndNotesACha
 
 TEST_F(BasicSignals, PanicKeyCountsOnlyWithItsFlagBit) {
     // keptState: m_PanicKey[0] afterwards.
-    struct { uint8_t state, flags, keptState; bool valid; } steps[] = {
+    const struct { uint8_t state, flags, keptState; bool valid; } steps[] = {
         {0x31, 0xFE, 0x00, false},  // flag clear: ignored, bit stays clear
         {0x30, 0x01, 0x30, true},
         {0x32, 0x00, 0x30, true},  // a release without the flag is not seen
@@ -57,7 +57,7 @@ TEST_F(BasicSignals, GpsKeepsTheFirst52BytesOfALongerRecord) {
 
 TEST_F(BasicSignals, SpeedIsKeptInMilesPerHourByBitZeroOfTheUnit) {
     const double kmh = 0.6213712;
-    struct { uint8_t unit; uint32_t speed; double mph; } rows[] = {
+    const struct { uint8_t unit; uint32_t speed; double mph; } rows[] = {
         {0x00, 100, 100 * kmh}, {0x01, 100, 100.0}, {0xFE, 100, 100 * kmh}, {0x03, 100, 100.0},
         {0x01, 4294967295u, 4294967295.0}};  // unsigned
     for (const auto& r : rows) {

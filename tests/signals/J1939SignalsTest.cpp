@@ -28,7 +28,7 @@ protected:
 };
 
 TEST_F(J1939, DecodeCutsTheFieldAndScalesWithOneRounding) {
-    struct { const char* what; uint32_t startbyte, startbit; int32_t length;
+    const struct { const char* what; uint32_t startbyte, startbit; int32_t length;
              double resolution, offset; uint64_t data; double value; } rows[] = {
         {"low byte", 0, 0, 8, 1, 0, 0x1234, 52},
         {"nibble inside byte 1", 1, 4, 4, 1, 0, 0x1234, 1},

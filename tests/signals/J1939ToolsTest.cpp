@@ -114,7 +114,7 @@ TEST(Candump, LogReaderRefusesALogWithAnyLineThatIsNoFrame) {
 }
 
 TEST(Candump, ReadsBothLogFormsIntoTheFrameMessage) {
-    struct { std::string line; double time; const char* iface; uint32_t id; bool extended; int dlc;
+    const struct { std::string line; double time; const char* iface; uint32_t id; bool extended; int dlc;
              uint64_t data; } rows[] = {
         {"(1690000000.123456) can0 18FEF100#FF3417FCFF6800CF", 1690000000.123456, "can0",
          0x18FEF100, true, 8, 0xCF0068FFFC1734FFull},

@@ -26,7 +26,7 @@ protected:
 TEST_F(Motion, ChannelsCountByTheirSettingsRow) {
     const std::vector<uint8_t> all1(16, 1);
     // video, digital: the platform's counts; kinds, chnTags: the settings rows.
-    struct { const char* what; int video, digital; std::vector<uint8_t> kinds, chnTags, mdTags,
+    const struct { const char* what; int video, digital; std::vector<uint8_t> kinds, chnTags, mdTags,
              status; uint32_t flags, valid; } rows[] = {
         {"zero settings: video inputs with tag 0 follow, digital never counts", 4, 4, {}, {},
          {0, 0, 0, 5}, {1, 2, 1, 1, 1, 1, 1, 1}, 0x05, 0x07},

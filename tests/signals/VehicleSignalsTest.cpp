@@ -19,7 +19,8 @@ protected:
 };
 
 TEST_F(VehicleSignals, HundredthsAddWithTheirOwnSignsAndDivideExactly) {
-    struct { int16_t whole, hundredths; double value; } rows[] = {
+    // cppcheck-suppress unusedStructMember ; read through the structured binding below
+    const struct { int16_t whole, hundredths; double value; } rows[] = {
         {45, 50, 45.5}, {-5, -25, -5.25}, {-5, 25, -4.75}, {0, 150, 1.5}, {255, 255, 257.55},
         {10, 29, 10.29}};  // 10.29: not 1029 * 0.01
     for (auto [w, c, value] : rows) {
@@ -53,7 +54,7 @@ TEST_F(VehicleSignals, GroupPresenceAndDiskStatusDecideWhatCounts) {
     vehicle(0x01, 0x03, 41, 0, 33);  // temperatures, no disk verdict yet
     EXPECT_TRUE(svc().isEventValid(kSysTemp));
     EXPECT_FALSE(svc().isEventValid(kHdTemp));
-    struct {
+    const struct {
         const char* what;
         uint32_t vehicleMask, tempMask, voltMask, statusMask, status;
         int counts;
@@ -85,7 +86,7 @@ TEST_F(VehicleSignals, GroupPresenceAndDiskStatusDecideWhatCounts) {
 }
 
 TEST_F(VehicleSignals, PlateReaderValuesAreValidOnlyAsTheLatestRecordSays) {
-    struct { uint8_t mask; std::vector<uint8_t> values; std::vector<double> kept; } steps[] = {
+    const struct { uint8_t mask; std::vector<uint8_t> values; std::vector<double> kept; } steps[] = {
         {0x1F, {1, 2, 3, 4, 255}, {1, 2, 3, 4, 255}},  // 255 stays unsigned
         {0x01, {7, 9, 9, 9, 9}, {7, 2, 3, 4, 255}},
         {0xE0, {8, 8, 8, 8, 8}, {7, 2, 3, 4, 255}},  // values stay, bits fall; 5..7 mean nothing
