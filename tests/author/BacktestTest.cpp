@@ -81,12 +81,3 @@ TEST(Backtest, DiffNamesWhatChanges) {
         changes.push_back(std::to_string(c["alert"].asUInt()) + " " + c["change"].asString());
     EXPECT_EQ(changes, (std::vector<std::string>{"7 earlier", "8 vanishes", "9 appears"}));
 }
-
-TEST(Backtest, UnusableInputsExitTwo) {
-    std::string rules = authortest::writeTemp("rules.json", kRules);
-    std::string bad = authortest::writeTemp("bad.log", "not a frame\n");
-    EXPECT_EQ(backtest(rules), 2);
-    EXPECT_EQ(backtest(rules + " /nonexistent.log"), 2);
-    EXPECT_EQ(backtest(rules + " " + bad), 2);
-    EXPECT_EQ(backtest(rules + " " + bad + " --jobs 0"), 2);
-}

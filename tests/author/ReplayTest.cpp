@@ -1,12 +1,11 @@
 // Replay: the example scenario walks each rule of the example fleet set once,
 // at the times the rules ask; the windows follow the device clock; a real
-// truck trace gives the same episodes in both candump forms, and shows the
-// trap lint warns of; the timeline picture is well-formed.
+// truck trace gives the same episodes in both candump forms; the timeline
+// picture is well-formed.
 #include <map>
 #include <vector>
 
 #include "AuthorTestUtil.h"
-#include "Lint.h"
 #include "Replay.h"
 #include "Timeline.h"
 
@@ -137,54 +136,49 @@ TEST(Replay, RulesThatNeverHeldSayWhy) {
     size_t mark = svg.find("class=\"no-reading-label\"");  // in HDTEMP's lane alone
     EXPECT_NE(mark, std::string::npos);
     EXPECT_EQ(mark, svg.rfind("class=\"no-reading-label\""));
-    ASSERT_EQ(r.warnings.size(), 1u);
-    EXPECT_EQ(r.warnings[0].find("HDTEMP (rule 3) never had a value: the "), 0u)
-        << r.warnings[0];
 }
 
-// Events the input never gives a value: a J1939 event without a table, the
-// speed from a CAN log alone. A strict replay fails on them.
-TEST(Replay, WarnsOfEventsTheInputNeverGives) {
-    std::string rules = authortest::writeTemp(
-        "r.json", "[{\"ID\": 1, \"J19391\": {\"GT\": 30.0}}, {\"ID\": 2, \"SPEED\": "
-                  "{\"GT\": 60.0}}, {\"ID\": 3, \"J19391\": {\"LT\": 10.0}}]");
-    ReplayArgs a;
-    a.rules = rules;
-    a.can = kData + "/traps.log";
-    ReplayResult r = replay(a);
-    ASSERT_EQ(r.warnings.size(), 2u);
-    EXPECT_NE(r.warnings[0].find("SPEED (rule 2) never had a value: the speed comes in its own "
-                                 "message (6777), not from CAN"),
-              std::string::npos)
-        << r.warnings[0];
-    EXPECT_NE(r.warnings[1].find("J19391 (rules 1 and 3) never had a value: no J1939 table"),
-              std::string::npos)
-        << r.warnings[1];
-
-    std::string out;
-    EXPECT_EQ(authortest::runAuthor("replay " + rules + " --can " + a.can, out), 0) << out;
-    EXPECT_NE(out.find("warning: SPEED (rule 2)"), std::string::npos) << out;
-    EXPECT_EQ(authortest::runAuthor("replay " + rules + " --can " + a.can + " --strict", out), 1);
-}
-
-// 200 alerts rising at once take the service 200 x 50 ms of log writing:
-// the replay says they were reported late, and that all still run at the end.
-TEST(Replay, ReportsLateAlertsAndThoseStillRunningAtTheEnd) {
-    std::string rules = "[";
+// The replay warns of events the input never gives a value (an event without
+// a J1939 table, the speed from a CAN log alone, a reading no step sets) and
+// of alerts reported late: 200 rising at once take the service 200 x 50 ms of
+// log writing.
+TEST(Replay, WarnsOfEventsTheInputNeverGivesAndOfLateAlerts) {
+    std::string many = "[";
     for (int i = 1; i <= 200; ++i)
-        rules += std::string(i > 1 ? "," : "") + "{\"ID\": " + std::to_string(i) +
-                 ", \"SPEED\": {\"GT\": 10.0}}";
-    ReplayArgs a;
-    a.rules = authortest::writeTemp("many.json", rules + "]");
-    a.scenario = authortest::writeTemp("s.scn", "0 speed 70 mph\n");
-    ReplayResult r = replay(a);
-    EXPECT_EQ(r.runningAtEnd.size(), 200u);
-    EXPECT_TRUE(r.unreportedAtEnd.empty());
-    ASSERT_EQ(r.warnings.size(), 1u);
-    EXPECT_NE(r.warnings[0].find("alerts 1, 2, 3, 4, 5 and 195 more: reported up to 10.0 s "
-                                 "after ATLEAST was reached"),
-              std::string::npos)
-        << r.warnings[0];
+        many += std::string(i > 1 ? "," : "") + "{\"ID\": " + std::to_string(i) +
+                ", \"SPEED\": {\"GT\": 10.0}}";
+    const std::string scenario = authortest::writeTemp("s.scn", "0 speed 70 mph\n");
+    const struct Case {
+        std::string rules, scenario, can;
+        std::vector<std::string> warnings;  // a piece of each, in order
+    } cases[] = {
+        {"[{\"ID\": 1, \"J19391\": {\"GT\": 30.0}}, {\"ID\": 2, \"SPEED\": {\"GT\": 60.0}},"
+         " {\"ID\": 3, \"J19391\": {\"LT\": 10.0}}]",
+         "", kData + "/traps.log",
+         {"SPEED (rule 2) never had a value: the speed comes in its own message (6777), not from CAN",
+          "J19391 (rules 1 and 3) never had a value: no J1939 table"}},
+        {"[{\"ID\": 3, \"HDTEMP\": {\"GT\": 50.0}}]", scenario, "",
+         {"HDTEMP (rule 3) never had a value: the "}},
+        {many + "]", scenario, "",
+         {"alerts 1, 2, 3, 4, 5 and 195 more: reported up to 10.0 s after ATLEAST was reached"}},
+    };
+    for (const Case& c : cases) {
+        ReplayArgs a;
+        a.rules = authortest::writeTemp("r.json", c.rules);
+        a.scenario = c.scenario;
+        a.can = c.can;
+        ReplayResult r = replay(a);
+        ASSERT_EQ(r.warnings.size(), c.warnings.size()) << c.rules;
+        for (size_t i = 0; i < c.warnings.size(); ++i)
+            EXPECT_NE(r.warnings[i].find(c.warnings[i]), std::string::npos) << r.warnings[i];
+    }
+    // The program prints them; a strict replay fails on them.
+    const std::string rules = authortest::writeTemp("r.json", cases[0].rules);
+    const std::string can = " --can " + cases[0].can;
+    std::string out;
+    EXPECT_EQ(authortest::runAuthor("replay " + rules + can, out), 0) << out;
+    EXPECT_NE(out.find("warning: SPEED (rule 2)"), std::string::npos) << out;
+    EXPECT_EQ(authortest::runAuthor("replay " + rules + can + " --strict", out), 1);
 }
 
 TEST(Replay, TimelineHasOneGroupPerRuleAndIsWellFormed) {
@@ -206,21 +200,16 @@ TEST(Replay, TimelineHasOneGroupPerRuleAndIsWellFormed) {
     };
     EXPECT_EQ(count(svg, "<g "), count(svg, "</g>"));
     EXPECT_EQ(count(svg, "<text"), count(svg, "</text>"));
-    for (const auto& once : {"<svg", "</svg>", "class=\"title\"", "<g class=\"legend\"",
-                             "class=\"axis-title\""})
-        EXPECT_EQ(count(svg, once), 1u) << once;
+    EXPECT_EQ(count(svg, "</svg>"), 1u);
     EXPECT_EQ(count(svg, "<g class=\"rule\""), 9u);
 
     const struct Expect {
         uint32_t id;
         const char* piece;  // in the rule's group
     } expects[] = {
-        {7, "class=\"holding\""},        {7, "class=\"running\""},
-        {7, ">SPEED</text>"},              {7, ">GT 60.0 mph</text>"},
-        {7, "class=\"unit\""},            {7, "class=\"threshold-label\""},
-        {11, "class=\"no-reading\""},     // no accelerometer reading before 16 s
-        {40, "class=\"window-closed\""},  {40, ">daily window 19:00:00 to 23:59:59</text>"},
-        {60, "class=\"outside-area\""},
+        {7, "class=\"holding\""},     {7, "class=\"running\""},
+        {11, "class=\"no-reading\""},  // no accelerometer reading before 16 s
+        {40, "class=\"window-closed\""}, {60, "class=\"outside-area\""},
     };
     for (const Expect& e : expects)
         EXPECT_NE(group(e.id).find(e.piece), std::string::npos) << e.id << " " << e.piece;
@@ -238,7 +227,7 @@ const char* const kTruckRules =
     "{\"DUMMY100\": [{\"ID\": 90, \"ATLEAST\": 2, \"J19391\": {\"GT\": 1500.0}},"
     "                {\"ID\": 93, \"ATLEAST\": 0, \"J19390\": {\"GT\": 200.0}}]}";
 
-TEST(Replay, TruckTraceGivesTheSameEpisodesInBothCandumpFormsAndTheTrapLintWarnsOf) {
+TEST(Replay, TruckTraceGivesTheSameEpisodesInBothCandumpForms) {
     std::string compact = kTraces + "/normal.candump.log";
     std::string spaced = kTraces + "/normal.log";
     SKIP_WITHOUT_TRACE(compact);
@@ -261,15 +250,6 @@ TEST(Replay, TruckTraceGivesTheSameEpisodesInBothCandumpFormsAndTheTrapLintWarns
     EXPECT_NE(svg.find(">engine_speed</text>"), std::string::npos);
     EXPECT_NE(svg.find(">J19391 GT 1500.0 rpm</text>"), std::string::npos);
 
-    // Lint warns of the trap the wheel speed lays for a GT rule.
-    Findings found;
-    std::string error;
-    runLint(LintArgs{a.rules, a.table, compact}, found, error);
-    bool warned = false;
-    for (const Finding& f : found)
-        warned = warned || (f.where == "CAN pgn 65265" && f.kind == "not-available" &&
-                            f.what.find("rule 93") != std::string::npos);
-    EXPECT_TRUE(warned) << error;
 
     ASSERT_EQ(again.records.size(), r.records.size());
     for (size_t i = 0; i < r.records.size(); ++i) {

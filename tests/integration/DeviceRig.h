@@ -47,7 +47,7 @@ protected:
     // The whole device serving `rules` (a rule set's JSON). `scenario`, when
     // not empty, is played by zel-player from the service's rule request on.
     void StartDevice(const std::string& rules, const std::string& scenario = "") {
-        StartBus({1032u, 2086u, 3215u, 6796u, 39564u});
+        StartBus({1032u, 2086u, 3215u, 6796u});
         WriteText(m_dir.Path("rules.json"), rules);
         m_kids.Start("platform", {ZEL_PLATFORM_BIN, "serve", m_dir.Path("rules.json")});
         m_kids.Start("watchdog", {ZEL_WATCHDOG_BIN});
@@ -82,7 +82,6 @@ protected:
     }
     // The host first, the broker last, the rest the last started first.
     void TearDown() override {
-        unsetenv("Q7X_TIME_OFFSET_S");  // NOLINT(concurrency-mt-unsafe): as in StartBus
         std::vector<std::string> names;
         for (const auto& p : m_kids.Running()) names.insert(names.begin(), p.first);
         auto host = [](const std::string& n) { return n == "host"; };

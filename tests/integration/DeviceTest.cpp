@@ -1,10 +1,7 @@
 // The whole device over the real bus: the plug-in in its host with every peer
 // beside it, driven by the signal player, zelctl and zel-platform as a person
 // would.
-#include <time.h>
-
 #include "DeviceRig.h"
-#include "PlatformRules.h"
 
 namespace zeltest {
 namespace {
@@ -108,19 +105,6 @@ TEST_F(Device, RulesAndFenceMessagesFromThePlatformChangeTheRunningAlertsInOrder
                Stamp(f[1].end) == Stamp(r[5].time) && Stamp(f[2].end) == Stamp(r[4].time);
     }));
     EXPECT_EQ(RulesApplied(), 4u);  // the rule set and the three pushes
-
-    // The platform serves what it was told since.
-    const std::string request = "{\"CMD\":8,\"SOURCE\":100}";
-    Send(6796, std::vector<uint8_t>(request.begin(), request.end()));
-    ASSERT_TRUE(WaitFor([&] { return m_seen.Count(39564) > 0; }));
-    Json::Value set;
-    std::string error;
-    ASSERT_TRUE(platformpeer::parseJson("reply", m_seen.Find(39564)->payload, set, error)) << error;
-    std::vector<std::pair<uint32_t, double>> served;
-    for (const Json::Value& rule : set["DUMMY100"])
-        served.emplace_back(rule["ID"].asUInt(), rule["SPEED"]["GT"].asDouble());
-    std::sort(served.begin(), served.end());
-    EXPECT_EQ(served, (std::vector<std::pair<uint32_t, double>>{{7, 80.0}, {8, 50.0}, {9, 40.0}}));
 }
 
 TEST_F(Device, StoragePeerAndBrokerKilledAndRestartedTheServiceResumesAndTheLogStaysWhole) {
@@ -158,44 +142,6 @@ TEST_F(Device, StoragePeerAndBrokerKilledAndRestartedTheServiceResumesAndTheLogS
     EXPECT_EQ(f[1].offset, 84u + 60u);
     EXPECT_EQ(Stamp(f[1].start), Stamp(again.time));
     EXPECT_TRUE(Has(Out("storage"), "patched alert 7 at offset 84"));
-}
-
-TEST_F(Device, DayRolloverEndsTheAlertAtMidnightAndTheNewDayHasItsOwnLog) {
-    // The device's clock starts at 23:59:50 local time.
-    time_t now = time(nullptr);
-    struct tm tm;
-    localtime_r(&now, &tm);
-    const long sinceMidnight = tm.tm_hour * 3600L + tm.tm_min * 60L + tm.tm_sec;
-    // The test's one thread reads and writes the environment.
-    const std::string offset = std::to_string(86400 - 10 - sinceMidnight);
-    setenv("Q7X_TIME_OFFSET_S", offset.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
-    StartDevice(Speeding(1));
-    unsetenv("Q7X_TIME_OFFSET_S");  // NOLINT(concurrency-mt-unsafe)
-    Zelctl({"send", "speed", "70", "mph"});
-    AlertRecord began;
-    AlertRecord midnight;
-    AlertRecord again;
-    ASSERT_TRUE(WaitRecord(7, false, &began)) << Out("host");
-    EXPECT_EQ(began.time[3], 23);
-    ASSERT_TRUE(WaitRecord(7, true, &midnight));
-    EXPECT_EQ(midnight.time[3], 0);
-    EXPECT_EQ(midnight.time[4], 0);
-    EXPECT_NE(DayLog(midnight), DayLog(began));
-    // The speed still holds: the alert rises again in the new day.
-    ASSERT_TRUE(WaitRecord(7, false, &again, 2));
-
-    std::vector<FrameInfo> before = Frames(DayLog(began));
-    ASSERT_FALSE(before.empty());
-    EXPECT_EQ(Stamp(before[0].start), Stamp(began.time));
-    ASSERT_TRUE(WaitFor([&] {
-        for (const FrameInfo& f : Frames(DayLog(midnight)))
-            if (Stamp(f.end) == Stamp(midnight.time)) return true;
-        return false;
-    }));
-    // zelctl reads both days' logs whole.
-    const std::string log = Zelctl({"log", m_dir.Path("logs")});
-    EXPECT_TRUE(Has(log, DayLog(began))) << log;
-    EXPECT_TRUE(Has(log, DayLog(midnight))) << log;
 }
 
 }  // namespace

@@ -12,7 +12,7 @@ namespace {
 
 class CAnswer {
 public:
-    void OnAnswer(const char* msg, int len) { m_length = len - int(sizeof(Common::SMessageHead)); }
+    void OnAnswer(const char* /*msg*/, int len) { m_length = len - int(sizeof(Common::SMessageHead)); }
     int m_length = -1;
 };
 
@@ -30,7 +30,13 @@ int main(int argc, char** argv) {
         return 2;
     }
     const unsigned id = unsigned(strtoul(argv[1], nullptr, 0)) & 0x7fff;
-    const long end = NowMs() + 1000L * (argc == 3 ? atol(argv[2]) : 60);
+    char* rest = nullptr;
+    const long seconds = argc == 3 ? strtol(argv[2], &rest, 10) : 60;
+    if (argc == 3 && (rest == argv[2] || *rest != '\0' || seconds <= 0)) {
+        fprintf(stderr, "q7x-ask: '%s' is not a number of seconds\n", argv[2]);
+        return 2;
+    }
+    const long end = NowMs() + 1000L * seconds;
     CAnswer answer;
     void* client = Common::Q7X_MSGCreateMessageClient(99, "/tmp/unix.domain", 0);
     if (Common::Q7X_MSGEventRegister(client, id | 0x8000,
