@@ -148,14 +148,12 @@ bool readLogFile(const std::string& path, std::vector<uint8_t>& bytes, std::stri
     bytes.clear();
     uint8_t buf[4096];
     size_t n;
+    errno = 0;
     while ((n = fread(buf, 1, sizeof buf, f)) > 0) bytes.insert(bytes.end(), buf, buf + n);
     bool failed = ferror(f) != 0;
+    if (failed) why = cli::errorText(errno != 0 ? errno : EIO);
     fclose(f);
-    if (failed) {
-        why = "read error";
-        return false;
-    }
-    return true;
+    return !failed;
 }
 
 std::string stampText(const uint8_t* s) {

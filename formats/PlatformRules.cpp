@@ -47,10 +47,12 @@ bool readFile(const std::string& path, std::string& text, std::string& error) {
     text.clear();
     char buf[4096];
     size_t n;
+    errno = 0;
     while ((n = fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
+    // A folder opens but does not read; its errno says why ("Is a directory").
     bool ok = !ferror(f);
+    if (!ok) error = path + ": " + cli::errorText(errno != 0 ? errno : EIO);
     fclose(f);
-    if (!ok) error = path + ": read error";
     return ok;
 }
 

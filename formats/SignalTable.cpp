@@ -7,6 +7,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "CommandLine.h"
 #include "Dbc.h"
 #include "SignalRecords.h"
 
@@ -185,7 +186,16 @@ static bool parseDbcTable(const std::string& data, std::vector<SignalRow>& rows,
 bool parseSignalTable(std::istream& whole, std::vector<SignalRow>& rows, std::string& error,
                       RowCheck check) {
     rows.clear();
-    std::string data((std::istreambuf_iterator<char>(whole)), std::istreambuf_iterator<char>());
+    // istream::read turns a failing file buffer (a folder, an I/O error) into
+    // badbit; reading through istreambuf_iterator would let it throw.
+    std::string data;
+    char buf[4096];
+    errno = 0;
+    while (whole.read(buf, sizeof buf) || whole.gcount() > 0) data.append(buf, whole.gcount());
+    if (whole.bad()) {
+        error = cli::errorText(errno != 0 ? errno : EIO);
+        return false;
+    }
     if (looksLikeDbc(data)) return parseDbcTable(data, rows, error, check);
     std::istringstream in(data);
     std::string text;

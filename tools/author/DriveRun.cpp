@@ -19,6 +19,7 @@
 #include "Harness.h"
 #include "MemoryStorage.h"
 #include "MessageIds.h"
+#include "PlatformRules.h"
 #include "ScanInts.h"
 #include "SignalTable.h"
 
@@ -188,12 +189,8 @@ void DriveRun::runUntil(double seconds) {
 std::vector<Episode> DriveRun::episodes() const { return episodesOf(m_records, m_deviceZero); }
 
 Status loadTableStep(const std::string& path, zelscenario::Step& step, std::string& error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        error = path + ": " + cli::errorText(errno);
-        return kUnreadable;
-    }
-    std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string data;
+    if (!platformpeer::readFile(path, data, error)) return kUnreadable;
     step = zelscenario::Step();
     step.at = 0;
     step.id = zel::kMsgJ1939Param;

@@ -19,6 +19,7 @@
 #include "Harness.h"
 #include "MemoryStorage.h"
 #include "MessageIds.h"
+#include "PlatformRules.h"
 #include "RuleFile.h"
 #include "Scenario.h"
 #include "SignalRecords.h"
@@ -56,12 +57,8 @@ bool readable(const std::string& path, std::string& error) {
 
 Status tableStep(const std::string& path, Steps& steps, std::vector<RowName>& names,
                  std::string& error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        error = path + ": " + cli::errorText(errno);
-        return kUnreadable;
-    }
-    std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string data;
+    if (!platformpeer::readFile(path, data, error)) return kUnreadable;
     zelscenario::Step s;
     s.at = 0;
     s.id = zel::kMsgJ1939Param;

@@ -14,6 +14,7 @@
 #include <sstream>
 
 #include "CommandLine.h"
+#include "PlatformRules.h"
 #include "ScanInts.h"
 #include "SignalRecords.h"
 #include "SignalTable.h"
@@ -95,16 +96,8 @@ int J1939Table::rowFedBy(uint32_t pgn) const {
 Status loadTable(const std::string& path, J1939Table& out, std::string& error) {
     out = J1939Table();
     out.path = path;
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        error = path + ": " + cli::errorText(errno);
-        return kUnreadable;
-    }
-    std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) {
-        error = path + ": read error";
-        return kUnreadable;
-    }
+    std::string data;
+    if (!platformpeer::readFile(path, data, error)) return kUnreadable;
     if (zelj1939::isTablePayload(data)) return loadBinary(data, out);
     std::istringstream text(data);
     Status s = loadCsv(path, text, out, error);
@@ -127,9 +120,10 @@ Status loadCanLog(const std::string& path, std::vector<zelj1939::CanFrame>& fram
         error = path + ": " + cli::errorText(errno);
         return kUnreadable;
     }
+    errno = 0;
     bool read = zelj1939::readCandumpLog(in, path, frames, error);
     if (in.bad()) {
-        error = path + ": read error";
+        error = path + ": " + cli::errorText(errno != 0 ? errno : EIO);
         return kUnreadable;
     }
     return read ? kClean : kUnreadable;

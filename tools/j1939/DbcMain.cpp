@@ -13,6 +13,7 @@
 
 #include "CommandLine.h"
 #include "Dbc.h"
+#include "PlatformRules.h"
 
 int dbcMain(int argc, char** argv) {
     std::string dbc;
@@ -43,14 +44,13 @@ int dbcMain(int argc, char** argv) {
         fprintf(stderr, "zel-j1939-table: --dbc FILE.dbc -o TABLE.csv are both needed\n");
         return 2;
     }
-    std::ifstream in(dbc, std::ios::binary);
-    if (!in) {
-        fprintf(stderr, "zel-j1939-table: %s: %s\n", dbc.c_str(), cli::errorText(errno).c_str());
+    std::string text;
+    std::string error;
+    if (!platformpeer::readFile(dbc, text, error)) {
+        fprintf(stderr, "zel-j1939-table: %s\n", error.c_str());
         return 2;
     }
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     std::vector<zelj1939::DbcSignal> signals;
-    std::string error;
     if (!zelj1939::parseDbc(text, signals, error)) {
         fprintf(stderr, "zel-j1939-table: %s: %s\n", dbc.c_str(), error.c_str());
         return 2;
