@@ -144,9 +144,11 @@ inline std::string StderrOf(const std::function<void()>& fn) {
     return ::testing::internal::GetCapturedStderr();
 }
 
-// Starts a program with its output in outFile; -1 on failure. Q7X_SPAWN_PREFIX
-// goes before it: an emulator for programs built for another machine.
-inline pid_t Spawn(const std::vector<std::string>& args, const std::string& outFile) {
+// Starts a program with its output in outFile, its standard error too unless
+// errFile names another; -1 on failure. Q7X_SPAWN_PREFIX goes before it: an
+// emulator for programs built for another machine.
+inline pid_t Spawn(const std::vector<std::string>& args, const std::string& outFile,
+                   const std::string& errFile = "") {
     std::vector<std::string> line;
     // The test's own thread reads the environment; no other thread writes it.
     const char* emulator = getenv("Q7X_SPAWN_PREFIX");  // NOLINT(concurrency-mt-unsafe)
@@ -160,7 +162,11 @@ inline pid_t Spawn(const std::vector<std::string>& args, const std::string& outF
     posix_spawn_file_actions_t fa;
     posix_spawn_file_actions_init(&fa);
     posix_spawn_file_actions_addopen(&fa, 1, outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_adddup2(&fa, 1, 2);
+    if (errFile.empty())
+        posix_spawn_file_actions_adddup2(&fa, 1, 2);
+    else
+        posix_spawn_file_actions_addopen(&fa, 2, errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0600);
     pid_t pid = -1;
     const int rc = posix_spawn(&pid, argv[0], &fa, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&fa);

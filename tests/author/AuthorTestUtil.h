@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -20,12 +21,38 @@ const std::string kTraces = AZ_J1939_DATA_DIR;
 
 inline bool exists(const std::string& path) { return access(path.c_str(), R_OK) == 0; }
 
-// A file under a fresh folder of gtest's temporary directory.
+inline std::string readText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// The test program's scratch folder under gtest's temporary directory,
+// removed with everything in it when the program exits.
+inline const std::string& scratchDir() {
+    static const struct Scratch {
+        Scratch() {
+            std::string tmpl = ::testing::TempDir() + "authorXXXXXX";
+            if (mkdtemp(tmpl.data()) == nullptr) {
+                perror(tmpl.c_str());  // no folder to write the tests' files in
+                abort();
+            }
+            path = tmpl;
+        }
+        ~Scratch() {
+            std::error_code ignored;
+            std::filesystem::remove_all(path, ignored);
+        }
+        std::string path;
+    } scratch;
+    return scratch.path;
+}
+
+// A file `name` in a fresh folder of the scratch folder.
 inline std::string writeTemp(const std::string& name, const std::string& content) {
-    std::string tmpl = ::testing::TempDir() + "authorXXXXXX";
-    char* dir = mkdtemp(&tmpl[0]);
-    EXPECT_NE(dir, nullptr);
-    std::string path = tmpl + "/" + name;
+    static int folders = 0;
+    const std::string dir = scratchDir() + "/" + std::to_string(++folders);
+    std::filesystem::create_directory(dir);
+    std::string path = dir + "/" + name;
     std::ofstream(path, std::ios::binary) << content;
     return path;
 }
@@ -34,8 +61,9 @@ inline std::string writeTemp(const std::string& name, const std::string& content
 // status, or -1 when it did not exit.
 inline int runAuthor(const std::string& args, std::string& output) {
     std::string command = std::string(ZEL_AUTHOR_BIN) + " " + args + " 2>&1";
-    FILE* p = popen(command.c_str(), "r");
-    if (p == NULL) return -1;
+    // Through the shell, for its redirection: running the program under test is the point.
+    FILE* p = popen(command.c_str(), "r");  // NOLINT(cert-env33-c)
+    if (p == nullptr) return -1;
     output.clear();
     char buf[4096];
     size_t n;

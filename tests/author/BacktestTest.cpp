@@ -1,11 +1,7 @@
 // zel-author backtest: over the four truck traces the JSON is the same with
 // one job and with two, and the per-rule totals add up to the per-drive
 // lists; --diff names the alerts that appear, vanish or move.
-#include <sys/wait.h>
-
-#include <fstream>
 #include <map>
-#include <sstream>
 
 #include <json/json.h>
 
@@ -16,17 +12,10 @@ using authortest::kTraces;
 
 namespace {
 
+// zel-author backtest ARGS: its exit status.
 int backtest(const std::string& args) {
-    std::string command = std::string(ZEL_AUTHOR_BIN) + " backtest " + args + " >/dev/null 2>&1";
-    int status = system(command.c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
+    std::string output;
+    return authortest::runAuthor("backtest " + args, output);
 }
 
 const char* const kRules =
@@ -40,17 +29,19 @@ const char* const kRules =
 TEST(Backtest, TruckTracesSameWithAnyJobsAndTotalsAddUp) {
     SKIP_WITHOUT_TRACE(kTraces + "/normal.log");
     std::string rules = authortest::writeTemp("rules.json", kRules);
-    std::string one = rules + ".1.json", two = rules + ".2.json";
+    const std::string one = rules + ".1.json";
+    const std::string two = rules + ".2.json";
     std::string common = rules + " " + kTraces + " --j1939 " + kExamples + "/j1939/signals.csv";
     ASSERT_EQ(backtest(common + " --jobs 1 --json " + one), 0);
     ASSERT_EQ(backtest(common + " --jobs 2 --json " + two), 0);
-    std::string json = slurp(one);
-    EXPECT_EQ(json, slurp(two));
+    std::string json = authortest::readText(one);
+    EXPECT_EQ(json, authortest::readText(two));
 
     Json::Value root;
     ASSERT_TRUE(Json::Reader().parse(json, root)) << json;
     ASSERT_EQ(root["drives"].size(), 4u);
-    std::map<uint32_t, Json::UInt64> count, drives;
+    std::map<uint32_t, Json::UInt64> count;
+    std::map<uint32_t, Json::UInt64> drives;
     Json::UInt64 alerts = 0;
     for (const Json::Value& d : root["drives"]) {
         std::map<uint32_t, bool> raised;
@@ -84,7 +75,7 @@ TEST(Backtest, DiffNamesWhatChanges) {
     std::string drive = kExamples + "/scenarios/speeding.scn";
     ASSERT_EQ(backtest(now + " " + drive + " --diff " + old + " --json " + json), 0);
     Json::Value root;
-    ASSERT_TRUE(Json::Reader().parse(slurp(json), root));
+    ASSERT_TRUE(Json::Reader().parse(authortest::readText(json), root));
     std::vector<std::string> changes;
     for (const Json::Value& c : root["changes"])
         changes.push_back(std::to_string(c["alert"].asUInt()) + " " + c["change"].asString());

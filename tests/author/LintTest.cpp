@@ -94,7 +94,7 @@ TEST(Lint, ReportsEveryTrapOfTheTrapFileAndNothingElse) {
 }
 
 TEST(Lint, FindsNothingInTheExamples) {
-    struct Case {
+    const struct Case {
         std::string rules, table;
     } cases[] = {
         {kExamples + "/rules/fleet.json", kExamples + "/j1939/signals.csv"},
@@ -103,59 +103,21 @@ TEST(Lint, FindsNothingInTheExamples) {
     for (const Case& c : cases) EXPECT_EQ(all(lint(c.rules, c.table)), "") << c.rules;
 }
 
-// A table as the service receives it can hold what the CSV can't: an id of
-// 64 or more. Rules on such a row never hold.
-TEST(Lint, BinaryTableRowWithAnIdBeyond63DoesNotCount) {
-    std::vector<zelj1939::SignalRow> rows(3);
-    for (size_t i = 0; i < rows.size(); ++i) {
-        rows[i].name = "s";
-        rows[i].pgn = 65262 + static_cast<uint32_t>(i);
-        rows[i].startbyte = rows[i].startbit = 0;
-        rows[i].length = 8;
-        rows[i].resolution = 1;
-        rows[i].offset = 0;
-    }
-    std::vector<uint8_t> table = zelj1939::buildTablePayload(rows);
-    zel::putLe32(table.data() + J1939Param_t::kRowSize * 2, J1939Param_t::kId, 64);
-    std::string path = authortest::writeTemp(
-        "table.bin", std::string(table.begin(), table.end()));
-    std::string rules = authortest::writeTemp(
-        "rules.json", "{\"DUMMY100\": [{\"ID\": 1, \"J19392\": {\"GT\": 90.0}}]}");
-
-    Findings found = lint(rules, path);
-    ASSERT_EQ(found.size(), 2u) << all(found);
-    EXPECT_EQ(found[0].where, "RULE 1");
-    EXPECT_EQ(found[0].kind, "j1939-row-unfed");
-    EXPECT_EQ(found[1].where, "TABLE row 2");
-    EXPECT_EQ(found[1].kind, "row-not-counting");
-    EXPECT_NE(found[1].what.find("id 64"), std::string::npos) << found[1].what;
-}
-
-TEST(Lint, CsvRowsPastTheSixtyFourthAreLeftOut) {
-    std::string csv = "name,pgn,startbyte,startbit,length,resolution,offset\n";
-    for (int i = 0; i < 65; ++i) csv += "s" + std::to_string(i) + ",65" + std::to_string(100 + i) + ",0,0,8,1,0\n";
-    Findings found = lint(kExamples + "/rules/speeding.json", authortest::writeTemp("t.csv", csv));
-    ASSERT_EQ(found.size(), 2u) << all(found);
-    EXPECT_EQ(found[0].kind, "table-refused");
-    EXPECT_EQ(found[1].where, "TABLE row 64");
-    EXPECT_EQ(found[1].kind, "beyond-64");
-}
-
 // J1939 keeps the top of each field's range for "not available", "error"
 // and senders' own indicators.
 TEST(Lint, SpecialValuesByFieldWidth) {
-    struct Case {
+    const struct Case {
         uint64_t raw;
         int32_t length;
-        const char* kind;  // NULL: a reading
+        const char* kind;  // nullptr: a reading
     } cases[] = {
-        {0xFA, 8, NULL},           {0xFB, 8, "reserved"},      {0xFE, 8, "error"},
-        {0xFF, 8, "not available"}, {0xFAFF, 16, NULL},        {0xFB00, 16, "reserved"},
+        {0xFA, 8, nullptr},           {0xFB, 8, "reserved"},      {0xFE, 8, "error"},
+        {0xFF, 8, "not available"}, {0xFAFF, 16, nullptr},        {0xFB00, 16, "reserved"},
         {0xFE12, 16, "error"},     {0xFFFF, 16, "not available"},
-        {0xFAFFFFFF, 32, NULL},    {0xFB000000, 32, "reserved"},
+        {0xFAFFFFFF, 32, nullptr},    {0xFB000000, 32, "reserved"},
         {0xFFFFFFFF, 32, "not available"},
-        {1, 2, NULL},              {2, 2, "error"},            {3, 2, "not available"},
-        {1, 1, NULL},              {0xE, 4, "error"},          {0xF, 4, "not available"},
+        {1, 2, nullptr},              {2, 2, "error"},            {3, 2, "not available"},
+        {1, 1, nullptr},              {0xE, 4, "error"},          {0xF, 4, "not available"},
     };
     for (const Case& c : cases) {
         const char* kind = specialValue(c.raw, c.length);
@@ -165,7 +127,7 @@ TEST(Lint, SpecialValuesByFieldWidth) {
 }
 
 TEST(Lint, RuleFileFormsAllComeOutAsTheWholeSet) {
-    struct Case {
+    const struct Case {
         const char* text;
         size_t rules;
         size_t rectAreas;
@@ -195,37 +157,58 @@ TEST(Lint, RuleFileFormsAllComeOutAsTheWholeSet) {
     }
 }
 
-// What each finding costs: the CAN findings of a row no rule reads are
-// notes; a set too big for one bus message is a warning.
-TEST(Lint, SeverityFollowsWhatTheFindingCosts) {
+// Where each finding lands and what it costs: the CAN findings of a row no
+// rule reads are notes; a set too big for one bus message is a warning. A
+// table as the service receives it can hold what the CSV can't, an id of 64
+// or more: rules on such a row never hold. CSV rows past the 64th are left out.
+TEST(Lint, FindingsLandWhereTheyBelongAndSeverityFollowsWhatTheyCost) {
     std::string big = "{\"DUMMY100\": [";
     for (int i = 1; i <= 1600; ++i)
         big += std::string(i > 1 ? "," : "") + "{\"ID\": " + std::to_string(i) +
                ", \"SPEED\": {\"GT\": 60.5}, \"STARTIME\": \"0/0/0 08:00:00\", "
                "\"ENDTIME\": \"0/0/0 18:00:00\"}";
     big += "]}";
+    std::vector<zelj1939::SignalRow> rows(3);
+    for (size_t i = 0; i < rows.size(); ++i)
+        rows[i] = {"s", 65262 + i, 0, 0, 8, 1, 0, "", 0};
+    std::vector<uint8_t> binary = zelj1939::buildTablePayload(rows);
+    const size_t thirdRow = static_cast<size_t>(J1939Param_t::kRowSize) * 2;
+    zel::putLe32(binary.data() + thirdRow, J1939Param_t::kId, 64);
+    std::string csv = "name,pgn,startbyte,startbit,length,resolution,offset\n";
+    for (int i = 0; i < 65; ++i)
+        csv += "s" + std::to_string(i) + ",65" + std::to_string(100 + i) + ",0,0,8,1,0\n";
     const std::string speeding = kExamples + "/rules/speeding.json";
-    struct Case {
+    const std::string row2 = authortest::writeTemp(
+        "rules.json", "{\"DUMMY100\": [{\"ID\": 1, \"J19392\": {\"GT\": 90.0}}]}");
+    const std::string table =
+        authortest::writeTemp("table.bin", std::string(binary.begin(), binary.end()));
+    const std::string rows65 = authortest::writeTemp("t.csv", csv);
+    const struct Case {
         std::string rules, table, can;
         const char* where;
         const char* kind;
         Severity severity;
+        const char* detail;
     } cases[] = {
         {kData + "/traps.json", kData + "/traps.csv", kData + "/traps.log", "CAN pgn 65265",
-         "several-sources", kWarning},
+         "several-sources", kWarning, ""},
         {speeding, kData + "/traps.csv", kData + "/traps.log", "CAN pgn 65265",
-         "several-sources", kNote},
-        {authortest::writeTemp("big.json", big), "", "", "SET", "too-big", kWarning},
-        {kData + "/traps.json", "", "", "RULE 1", "integer-threshold", kError},
-        {kData + "/traps.json", "", "", "RULE 2", "unknown-key", kWarning},
+         "several-sources", kNote, ""},
+        {authortest::writeTemp("big.json", big), "", "", "SET", "too-big", kWarning, ""},
+        {kData + "/traps.json", "", "", "RULE 1", "integer-threshold", kError, ""},
+        {kData + "/traps.json", "", "", "RULE 2", "unknown-key", kWarning, ""},
+        {row2, table, "", "RULE 1", "j1939-row-unfed", kError, ""},
+        {row2, table, "", "TABLE row 2", "row-not-counting", kError, "id 64"},
+        {speeding, rows65, "", "TABLE row 64", "beyond-64", kError, ""},
     };
     for (const Case& c : cases) {
-        const Finding* hit = NULL;
+        const Finding* hit = nullptr;
         Findings found = lint(c.rules, c.table, c.can);
         for (const Finding& f : found)
             if (f.where == c.where && f.kind == c.kind) hit = &f;
         ASSERT_NE(hit, nullptr) << c.where << " " << c.kind << " in\n" << all(found);
         EXPECT_EQ(hit->severity, c.severity) << c.where << " " << c.kind;
+        EXPECT_NE(hit->what.find(c.detail), std::string::npos) << hit->what;
     }
 }
 
@@ -241,7 +224,7 @@ TEST(AuthorProgram, ExitStatusAndMessage) {
         "g.log", "(1700000000.000000) can0 18FEF100#FF001EFFFFFFFFFF\nhello there\n");
     std::string startbit9 = authortest::writeTemp(
         "t.csv", "name,pgn,startbyte,startbit,length,resolution,offset\ns,65265,1,9,16,1,0\n");
-    struct Case {
+    const struct Case {
         std::string args;
         int status;
         std::string says;
@@ -258,6 +241,10 @@ TEST(AuthorProgram, ExitStatusAndMessage) {
         {"lint " + warnings + " --json --fail-on error", 0, "\"severity\" : \"warning\""},
         {"lint " + bad, 2, bad + ":3: "},
         {"lint /nonexistent/rules.json", 2, "/nonexistent/rules.json: No such file"},
+        // A folder where a file belongs: the reason, not an abort.
+        {"lint /tmp", 2, "/tmp: Is a directory"},
+        {"lint " + fleet + " --j1939 /tmp", 2, "/tmp: Is a directory"},
+        {"replay " + fleet + " --j1939 /tmp", 2, "/tmp: Is a directory"},
         {"lint " + fleet + " --can " + kData + "/traps.log", 2, "add --j1939"},
         {"lint " + fleet + " --fail-on never", 2, "expected warning or error"},
         {"lint " + fleet + " --bogus", 2, "unknown option --bogus (see zel-author lint --help)"},

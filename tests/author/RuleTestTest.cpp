@@ -2,10 +2,7 @@
 // wrong expectation fails with the expected against the seen, and exit
 // status 1, and the JUnit report counts it; an unusable file is refused with
 // its reason and status 2.
-#include <dirent.h>
-
-#include <fstream>
-#include <sstream>
+#include <filesystem>
 
 #include "AuthorTestUtil.h"
 #include "RuleTest.h"
@@ -15,20 +12,6 @@ using authortest::kExamples;
 using authortest::runAuthor;
 
 namespace {
-
-std::vector<std::string> filesIn(const std::string& dir, const std::string& suffix) {
-    std::vector<std::string> names;
-    DIR* d = opendir(dir.c_str());
-    if (d == NULL) return names;
-    while (dirent* e = readdir(d)) {
-        std::string name = e->d_name;
-        if (name.size() > suffix.size() &&
-            name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
-            names.push_back(name.substr(0, name.size() - suffix.size()));
-    }
-    closedir(d);
-    return names;
-}
 
 // A test file beside the example rules, with one case around `caseBody`.
 std::string speedingTest(const std::string& caseBody) {
@@ -43,21 +26,23 @@ const char* const kOverspeed =
 }  // namespace
 
 TEST(RuleTests, EveryExampleRuleSetHasPassingTests) {
-    std::vector<std::string> rules = filesIn(kExamples + "/rules", ".json");
-    ASSERT_FALSE(rules.empty());
-    for (const std::string& r : rules) {
+    size_t sets = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(kExamples + "/rules")) {
+        if (entry.path().extension() != ".json") continue;
+        ++sets;
         std::vector<CaseResult> results;
         std::string error;
-        std::string path = kExamples + "/tests/" + r + ".test.json";
+        const std::string path = kExamples + "/tests/" + entry.path().stem().string() + ".test.json";
         ASSERT_EQ(runTestFile(path, results, error), kClean) << error;
         EXPECT_FALSE(results.empty()) << path;
         for (const CaseResult& c : results)
             EXPECT_TRUE(c.passed) << path << ": " << c.name << ": " << c.failures.front();
     }
+    EXPECT_GT(sets, 0u);
 }
 
 TEST(RuleTests, WrongExpectationsFailWithWhatWasSeen) {
-    struct Row {
+    const struct Row {
         const char* expect;
         const char* says;  // empty: the case passes
     } rows[] = {
@@ -92,27 +77,25 @@ TEST(RuleTests, ExitStatusAndJunitReport) {
     std::string good = speedingTest(std::string(kOverspeed) +
                                     ", \"expect\": [{\"alert\": 7, \"began\": 8, \"ended\": 12}]");
     std::string bad = speedingTest(std::string(kOverspeed) + ", \"never\": [7]");
-    std::string report = ::testing::TempDir() + "rule-tests.xml";
+    std::string report = authortest::scratchDir() + "/rule-tests.xml";
     std::string out;
     EXPECT_EQ(runAuthor("test " + good, out), 0) << out;
     EXPECT_EQ(runAuthor("test " + good + " " + bad + " --junit " + report, out), 1) << out;
     EXPECT_NE(out.find("FAIL  " + bad + ": n\n      alert 7: must never begin"), std::string::npos)
         << out;
     EXPECT_NE(out.find("2 cases, 1 failed"), std::string::npos) << out;
-    std::ifstream in(report);
-    std::stringstream xml;
-    xml << in.rdbuf();
-    EXPECT_NE(xml.str().find("<testsuites name=\"zel-author test\" tests=\"2\" failures=\"1\">"),
+    const std::string xml = authortest::readText(report);
+    EXPECT_NE(xml.find("<testsuites name=\"zel-author test\" tests=\"2\" failures=\"1\">"),
               std::string::npos)
-        << xml.str();
-    EXPECT_NE(xml.str().find("<failure message=\"alert 7: must never begin"), std::string::npos);
+        << xml;
+    EXPECT_NE(xml.find("<failure message=\"alert 7: must never begin"), std::string::npos);
     EXPECT_EQ(runAuthor("test", out), 2);
     EXPECT_EQ(runAuthor("test " + good + " --junit", out), 2);
 }
 
 TEST(RuleTests, UnusableFilesAreRefusedWithTheirReason) {
     const std::string rules = "\"rules\": \"" + kExamples + "/rules/speeding.json\", ";
-    struct Row {
+    const struct Row {
         std::string text;
         const char* says;
     } rows[] = {

@@ -14,7 +14,8 @@ class AlertPass : public harness::ReadyServiceTest {
 protected:
     // The utc printed when alert 7 rose last, or -1.
     long riseUtc() {
-        long found = -1, utc = 0;
+        long found = -1;
+        long utc = 0;
         char bang = 0;
         for (const std::string& t : h.texts())
             if (sscanf(t.c_str(), "alertID[7] time[%ld] new alert %c", &utc, &bang) == 2) found = utc;

@@ -77,26 +77,23 @@ struct Line {
         return level == o.level && func == o.func && text == o.text;
     }
 };
-inline std::string quoted(const std::string& text) {
-    std::string out = "\"";
-    for (char c : text) {
-        if (c == '\n') out += "\\n";
-        else if (c == '\r') out += "\\r";
-        else if (c == '\t') out += "\\t";
-        else if (c == '"' || c == '\\') out += std::string("\\") + c;
-        else out += c;
+// A line as a row of a test table, to paste where the service's lines
+// changed on purpose.
+inline std::string rowOf(const Line& l) {
+    std::string text = "\"";
+    for (char c : l.text) {
+        if (c == '\n') text += "\\n";
+        else if (c == '\r') text += "\\r";
+        else if (c == '\t') text += "\\t";
+        else if (c == '"' || c == '\\') text += std::string("\\") + c;
+        else text += c;
     }
-    return out + "\"";
+    return "{" + std::to_string(l.level) + ", \"" + l.func + "\", " + text + "\"}";
 }
-inline void PrintTo(const Line& l, std::ostream* os) {
-    *os << "{" << l.level << ", \"" << l.func << "\", " << quoted(l.text) << "}";
-}
-// Lines as rows of a test table, to paste where the service's lines changed
-// on purpose.
+inline void PrintTo(const Line& l, std::ostream* os) { *os << rowOf(l); }
 inline std::string asTable(const std::vector<Line>& lines) {
     std::string out;
-    for (const Line& l : lines)
-        out += "{" + std::to_string(l.level) + ", \"" + l.func + "\", " + quoted(l.text) + "},\n";
+    for (const Line& l : lines) out += rowOf(l) + ",\n";
     return out;
 }
 
@@ -120,7 +117,7 @@ protected:
     CAlertZelManage& svc() { return h.service(); }
 
     ZelAlertPara_t& addRule(uint32_t id, uint32_t atLeast = 0,
-                            std::vector<sInputTrigger> triggers = {{kSpeedEvent, GT, 60.0}}) {
+                            const std::vector<sInputTrigger>& triggers = {{kSpeedEvent, GT, 60.0}}) {
         svc().m_ParaList.push_back(makeRule(id, atLeast, triggers));
         return svc().m_ParaList.back();
     }

@@ -2,9 +2,6 @@
 // not do its job: --help and --version on standard output with exit 0, a
 // wrong call on standard error with exit 2, a job not done with exit 1. And
 // what the log readers show of a cut or damaged log.
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include "DeviceRig.h"
 
 namespace zeltest {
@@ -15,32 +12,16 @@ struct Ran {
     std::string out, err;
 };
 
-// Runs a program to its end with standard output and standard error apart.
-class Conventions : public Rig {
+class Conventions : public Offline {
 protected:
-    // No broker listens here.
-    Conventions() { setenv("Q7X_BUS_PATH", m_dir.Path("no-bus").c_str(), 1); }
-
+    // Runs a program to its end with standard output and standard error apart.
     Ran RunApart(const std::vector<std::string>& args) {
-        const std::string out = m_dir.Path("out"), err = m_dir.Path("err");
-        std::vector<char*> argv;
-        for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t fa;
-        posix_spawn_file_actions_init(&fa);
-        posix_spawn_file_actions_addopen(&fa, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        posix_spawn_file_actions_addopen(&fa, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        pid_t pid = -1;
-        EXPECT_EQ(posix_spawn(&pid, argv[0], &fa, nullptr, argv.data(), environ), 0) << args[0];
-        posix_spawn_file_actions_destroy(&fa);
-        const int code = WaitExit(pid);
+        const std::string out = m_dir.Path("out");
+        const std::string err = m_dir.Path("err");
+        const int code = WaitExit(Spawn(args, out, err));
         Ran r{code, ReadText(out), ReadText(err)};
         EXPECT_TRUE(SanitizerFree(r.err)) << r.err;
         return r;
-    }
-    std::string File(const std::string& name, const std::string& text) {
-        WriteText(m_dir.Path(name), text);
-        return m_dir.Path(name);
     }
 };
 
@@ -82,48 +63,64 @@ TEST_F(Conventions, HelpVersionAndWrongCallsAreAnsweredAlike) {
     }
 }
 
-TEST_F(Conventions, SubcommandsHaveTheirHelp) {
-    const struct {
-        std::vector<std::string> args;
-        int code;
-        std::string says;  // on standard output for 0, on standard error otherwise
-    } cases[] = {
-        {{ZELCTL_BIN, "help", "rules"}, 0, "usage: zelctl rules push CMD [FILE]"},
-        {{ZELCTL_BIN, "log", "--help"}, 0, "usage: zelctl log FILE|DIR"},
-        {{ZELCTL_BIN, "help", "frobnicate"}, 2, "zelctl help: no subcommand 'frobnicate'"},
-        {{ZELCTL_BIN, "watch", "--count", "x"}, 2, "Try 'zelctl help watch' for more."},
-        {{ZELCTL_BIN, "rules", "push"}, 2, "zelctl rules: push needs CMD"},
-        {{ZEL_PLATFORM_BIN, "help", "push"}, 0, "zel-platform push CMD [FILE]"},
-        {{ZEL_PLATFORM_BIN, "fence-event", "7", "2"}, 2, "fence-event: '2' is not 0 or 1"},
-        {{ZEL_SOAK_LOAD_BIN, "help", "run"}, 0, "zel-soak-load run SECONDS"},
-        {{ZEL_BUSMON_BIN, "70000"}, 2, "'70000' is not a message id"},
-    };
-    for (const auto& c : cases) {
-        const Ran r = RunApart(c.args);
-        EXPECT_EQ(r.code, c.code) << c.args[1] << "\n" << r.out << r.err;
-        EXPECT_TRUE(Has(c.code == 0 ? r.out : r.err, c.says)) << r.out << r.err;
-    }
-}
-
-// A tool that could not do its job says why in a sentence and exits 1.
-TEST_F(Conventions, JobsNotDoneExitOne) {
+// Help on standard output with exit 0; a wrong call (2) or a job not done (1)
+// says what and where on standard error, without a platform line.
+TEST_F(Conventions, EachCallIsAnsweredWithItsStatusAndWhere) {
+    const std::string table = File("bad.csv",
+                                   "name,pgn,startbyte,startbit,length,resolution,offset\n"
+                                   "oil,65263,3,0,8,4,0\n"
+                                   "coolant,0,0,0,8,1,-40\n");
+    const std::string scn = File("bad.scn", "0 speed 70 mph\n2 speed 70 kph\n");
     const std::string good = File("good.scn", "0 speed 70 mph\n");
+    const std::string notJson = File("bad.json", "{\"DUMMY\": [\n");
+    const std::string noRules = File("none.json", "{\"RULES\": []}");
+    const std::string damaged = File("zel-19-20260305.log", std::string(100, 'x'));
     const std::string bus = m_dir.Path("no-bus");
     const struct {
         std::vector<std::string> args;
+        int code;
         std::string says;
     } cases[] = {
-        {{ZEL_PLAYER_BIN, good}, "zel-player: no broker at " + bus + "\n"},
-        {{ZEL_PLAYER_BIN, File("empty.scn", "# nothing yet\n")}, "has no steps: nothing to play"},
-        {{ZEL_PLAYER_BIN, m_dir.path}, m_dir.path + " is a folder, not a scenario"},
-        {{ZELCTL_BIN, "send", "speed", "70", "mph"}, "zelctl send: no broker at " + bus + "\n"},
-        {{ZELCTL_BIN, "rules", "push", "4"}, "zelctl rules: no broker at " + bus + "\n"},
-        {{ZEL_PLATFORM_BIN, "fence-event", "7", "1"}, "no broker at " + bus + "\n"},
+        {{ZELCTL_BIN, "help", "rules"}, 0, "usage: zelctl rules push CMD [FILE]"},
+        {{ZELCTL_BIN, "help", "send"}, 0, "  zelctl send speed 70 mph\n"},
+        {{ZELCTL_BIN, "log", "--help"}, 0, "usage: zelctl log FILE|DIR"},
+        {{ZEL_PLATFORM_BIN, "help", "push"}, 0, "zel-platform push CMD [FILE]"},
+        {{ZEL_SOAK_LOAD_BIN, "help", "run"}, 0, "zel-soak-load run SECONDS"},
+        {{ZELCTL_BIN}, 2, "zelctl: no subcommand"},
+        {{ZELCTL_BIN, "frobnicate"}, 2, "zelctl: unknown subcommand 'frobnicate'"},
+        {{ZELCTL_BIN, "help", "frobnicate"}, 2, "zelctl help: no subcommand 'frobnicate'"},
+        {{ZELCTL_BIN, "watch", "--count", "x"}, 2, "Try 'zelctl help watch' for more."},
+        {{ZELCTL_BIN, "watch", "--count", "0"}, 2, "zelctl watch: --count: '0' is not"},
+        {{ZELCTL_BIN, "send", "warp", "9"}, 2, "zelctl send: unknown signal 'warp'"},
+        {{ZELCTL_BIN, "rules", "push"}, 2, "zelctl rules: push needs CMD"},
+        {{ZELCTL_BIN, "rules", "push", "1"}, 2, "zelctl rules: push 1 needs a FILE"},
+        {{ZELCTL_BIN, "rules", "push", "2", notJson}, 2, "'2' is not CMD 1, 3, 4 or 5"},
+        {{ZEL_PLATFORM_BIN, "fence-event", "7", "2"}, 2, "fence-event: '2' is not 0 or 1"},
+        {{ZEL_BUSMON_BIN, "70000"}, 2, "'70000' is not a message id"},
+        {{ZEL_PLAYER_BIN, good, "--speed", "0"}, 2, "--speed: '0' is not a factor above 0"},
+        {{ZEL_CANLOG_BIN, "--seconds", "0", m_dir.Path("x.log")}, 2, "'0' is not 1..3600"},
+        {{ZEL_PLAYER_BIN, good}, 1, "zel-player: no broker at " + bus + "\n"},
+        {{ZEL_PLAYER_BIN, scn}, 1, "zel-player: " + scn + ":2: speed: 'kph' is not a unit"},
+        {{ZEL_PLAYER_BIN, File("empty.scn", "# nothing yet\n")}, 1,
+         "has no steps: nothing to play"},
+        {{ZEL_PLAYER_BIN, m_dir.path}, 1, m_dir.path + " is a folder, not a scenario"},
+        {{ZELCTL_BIN, "send", "speed", "70", "mph"}, 1, "zelctl send: no broker at " + bus + "\n"},
+        {{ZELCTL_BIN, "state", "--timeout", "0.2"}, 1, "zelctl state: no broker at "},
+        {{ZELCTL_BIN, "rules", "push", "4"}, 1, "zelctl rules: no broker at " + bus + "\n"},
+        {{ZELCTL_BIN, "rules", "push", "1", notJson}, 1, notJson + ": not valid JSON"},
+        {{ZELCTL_BIN, "rules", "push", "5", noRules}, 1, noRules + ": no \"DUMMY\" array"},
+        {{ZELCTL_BIN, "table", table}, 1, "zelctl table: " + table + ":3: pgn 0 is outside"},
+        {{ZELCTL_BIN, "log", m_dir.Path("missing")}, 1, "missing: No such file"},
+        {{ZELCTL_BIN, "table", m_dir.path}, 1, m_dir.path + ": Is a directory"},
+        {{ZEL_J1939_TABLE_BIN, "--dbc", m_dir.path, "-o", table}, 2, ": Is a directory"},
+        {{ZELCTL_BIN, "log", damaged}, 1, damaged + " is damaged: 100 of 100 bytes"},
+        {{ZEL_PLATFORM_BIN, "fence-event", "7", "1"}, 1, "no broker at " + bus + "\n"},
     };
     for (const auto& c : cases) {
         const Ran r = RunApart(c.args);
-        EXPECT_EQ(r.code, 1) << c.args[1];
-        EXPECT_TRUE(Has(r.err, c.says)) << r.err;
+        SCOPED_TRACE(c.args.size() > 1 ? c.args[0] + " " + c.args[1] : c.args[0]);
+        EXPECT_EQ(r.code, c.code) << r.out << r.err;
+        EXPECT_TRUE(Has(c.code == 0 ? r.out : r.err, c.says)) << r.out << r.err;
         EXPECT_FALSE(Has(r.err, ".cpp")) << "a platform line reached the user:\n" << r.err;
     }
 }
@@ -137,7 +134,8 @@ TEST_F(Conventions, DamagedLogsShowEveryWholeFrameThenWarn) {
     const Common::_datetime_ at = {26, 3, 5, 8, 30, 0, 4, 0};
     for (int i = 0; i < 3; ++i)
         zel::buildLogFrame(&file[zelstore::kHeadSize + i * zelstore::kFrameSize], 11 * (i + 1), at);
-    std::vector<uint8_t> cut(file.begin(), file.end() - 17), damaged = file;
+    const std::vector<uint8_t> cut(file.begin(), file.end() - 17);
+    std::vector<uint8_t> damaged = file;
     damaged[zelstore::kHeadSize + zelstore::kFrameSize] ^= 1;
     const struct {
         std::vector<uint8_t> bytes;

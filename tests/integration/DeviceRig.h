@@ -34,7 +34,9 @@ class Rig : public ::testing::Test {
 protected:
     // The broker, and this test's client recording `ids`.
     void StartBus(std::initializer_list<uint32_t> ids) {
-        setenv("Q7X_BUS_PATH", m_dir.Path("bus").c_str(), 1);
+        // The test's one thread reads and writes the environment; what it
+        // starts are processes.
+        setenv("Q7X_BUS_PATH", m_dir.Path("bus").c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
         m_kids.Start("busd", {Q7X_BUSD_BIN});
         ASSERT_TRUE(WaitListening(m_dir.Path("bus")));
         m_peer = NewClient(70);
@@ -80,11 +82,13 @@ protected:
     }
     // The host first, the broker last, the rest the last started first.
     void TearDown() override {
-        unsetenv("Q7X_TIME_OFFSET_S");
+        unsetenv("Q7X_TIME_OFFSET_S");  // NOLINT(concurrency-mt-unsafe): as in StartBus
         std::vector<std::string> names;
         for (const auto& p : m_kids.Running()) names.insert(names.begin(), p.first);
-        std::stable_partition(names.begin(), names.end(), [](auto& n) { return n == "host"; });
-        std::stable_partition(names.begin(), names.end(), [](auto& n) { return n != "busd"; });
+        auto host = [](const std::string& n) { return n == "host"; };
+        auto notBusd = [](const std::string& n) { return n != "busd"; };
+        std::stable_partition(names.begin(), names.end(), host);
+        std::stable_partition(names.begin(), names.end(), notBusd);
         for (const std::string& name : names) Stop(name);
     }
     std::string Out(const std::string& name) const { return m_kids.Out(name); }
@@ -116,7 +120,8 @@ protected:
 
     // Every alert record of every message 3215 so far, in order.
     std::vector<AlertRecord> Records() const {
-        std::vector<AlertRecord> all, one;
+        std::vector<AlertRecord> all;
+        std::vector<AlertRecord> one;
         std::string why;
         for (const Received& r : m_seen.got) {
             if (r.id != 3215) continue;
@@ -172,6 +177,19 @@ protected:
     Children m_kids{m_dir};
     void* m_peer = nullptr;
     int m_runs = 0;
+};
+
+// Programs run with no broker listening: Q7X_BUS_PATH points where none is.
+class Offline : public Rig {
+protected:
+    Offline() {
+        // The test's one thread, as in StartBus.
+        setenv("Q7X_BUS_PATH", m_dir.Path("no-bus").c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+    }
+    std::string File(const std::string& name, const std::string& text) {
+        WriteText(m_dir.Path(name), text);
+        return m_dir.Path(name);
+    }
 };
 
 }  // namespace zeltest

@@ -23,7 +23,8 @@ class Device : public Rig {};
 TEST_F(Device, RoadOfOneAlertFromItsRuleToTheDecodedLogAndTheServiceStop) {
     StartDevice(Speeding(5), "0 input 2 on\n0 speed 70 mph\n");
     const auto heldSince = Clock::now();
-    AlertRecord began, ended;
+    AlertRecord began;
+    AlertRecord ended;
     ASSERT_TRUE(WaitRecord(7, false, &began)) << Out("host");
     // Five seconds on time()'s whole seconds: at least four of real time.
     EXPECT_GE(Clock::now() - heldSince, milliseconds(4000));
@@ -43,7 +44,8 @@ TEST_F(Device, RoadOfOneAlertFromItsRuleToTheDecodedLogAndTheServiceStop) {
 
     Zelctl({"send", "speed", "40", "mph"});
     ASSERT_TRUE(WaitRecord(7, true, &ended));
-    long long from = 0, to = 0;
+    long long from = 0;
+    long long to = 0;
     ASSERT_TRUE(zelctl::alertTimeSeconds(began.time, from) &&
                 zelctl::alertTimeSeconds(ended.time, to));
     ASSERT_TRUE(WaitFor([&] {
@@ -95,7 +97,8 @@ TEST_F(Device, RulesAndFenceMessagesFromThePlatformChangeTheRunningAlertsInOrder
 
     const std::vector<AlertRecord> r = Records();
     std::vector<std::pair<uint32_t, bool>> order;
-    for (const AlertRecord& x : r) order.push_back({x.alertID, x.ended});
+    order.reserve(r.size());
+    for (const AlertRecord& x : r) order.emplace_back(x.alertID, x.ended);
     EXPECT_EQ(order, (std::vector<std::pair<uint32_t, bool>>{
                          {7, false}, {8, false}, {7, true}, {9, false}, {9, true}, {8, true}}));
     // The frames of 7, 8 and 9 close at their alerts' reported ends.
@@ -115,7 +118,7 @@ TEST_F(Device, RulesAndFenceMessagesFromThePlatformChangeTheRunningAlertsInOrder
     ASSERT_TRUE(platformpeer::parseJson("reply", m_seen.Find(39564)->payload, set, error)) << error;
     std::vector<std::pair<uint32_t, double>> served;
     for (const Json::Value& rule : set["DUMMY100"])
-        served.push_back({rule["ID"].asUInt(), rule["SPEED"]["GT"].asDouble()});
+        served.emplace_back(rule["ID"].asUInt(), rule["SPEED"]["GT"].asDouble());
     std::sort(served.begin(), served.end());
     EXPECT_EQ(served, (std::vector<std::pair<uint32_t, double>>{{7, 80.0}, {8, 50.0}, {9, 40.0}}));
 }
@@ -123,7 +126,10 @@ TEST_F(Device, RulesAndFenceMessagesFromThePlatformChangeTheRunningAlertsInOrder
 TEST_F(Device, StoragePeerAndBrokerKilledAndRestartedTheServiceResumesAndTheLogStaysWhole) {
     StartDevice(Speeding(0));
     Zelctl({"send", "speed", "70", "mph"});
-    AlertRecord first, ended, again, endedAgain;
+    AlertRecord first;
+    AlertRecord ended;
+    AlertRecord again;
+    AlertRecord endedAgain;
     ASSERT_TRUE(WaitRecord(7, false, &first)) << Out("host");
     ASSERT_TRUE(WaitFor([&] { return Frames(DayLog(first)).size() == 1; }));
 
@@ -160,11 +166,15 @@ TEST_F(Device, DayRolloverEndsTheAlertAtMidnightAndTheNewDayHasItsOwnLog) {
     struct tm tm;
     localtime_r(&now, &tm);
     const long sinceMidnight = tm.tm_hour * 3600L + tm.tm_min * 60L + tm.tm_sec;
-    setenv("Q7X_TIME_OFFSET_S", std::to_string(86400 - 10 - sinceMidnight).c_str(), 1);
+    // The test's one thread reads and writes the environment.
+    const std::string offset = std::to_string(86400 - 10 - sinceMidnight);
+    setenv("Q7X_TIME_OFFSET_S", offset.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
     StartDevice(Speeding(1));
-    unsetenv("Q7X_TIME_OFFSET_S");
+    unsetenv("Q7X_TIME_OFFSET_S");  // NOLINT(concurrency-mt-unsafe)
     Zelctl({"send", "speed", "70", "mph"});
-    AlertRecord began, midnight, again;
+    AlertRecord began;
+    AlertRecord midnight;
+    AlertRecord again;
     ASSERT_TRUE(WaitRecord(7, false, &began)) << Out("host");
     EXPECT_EQ(began.time[3], 23);
     ASSERT_TRUE(WaitRecord(7, true, &midnight));

@@ -1,6 +1,6 @@
-// The person's tools as programs: what they refuse and how they say it,
-// zelctl handing lint and replay to zel-author, the made-up CAN drive, and
-// the watchdog peer's reports.
+// The person's tools as programs: zelctl handing lint and replay to
+// zel-author, the made-up CAN drive, and the watchdog peer's reports. (What
+// they refuse and how they say it: ConventionsTest.)
 #include <sys/stat.h>
 
 #include <fstream>
@@ -11,53 +11,7 @@
 namespace zeltest {
 namespace {
 
-class Tools : public Rig {
-protected:
-    // No broker listens here: sends must fail and say so.
-    Tools() { setenv("Q7X_BUS_PATH", m_dir.Path("no-bus").c_str(), 1); }
-    std::string File(const std::string& name, const std::string& text) {
-        WriteText(m_dir.Path(name), text);
-        return m_dir.Path(name);
-    }
-};
-
-TEST_F(Tools, RefusalsSayWhatAndWhere) {
-    const std::string table = File("bad.csv",
-                                   "name,pgn,startbyte,startbit,length,resolution,offset\n"
-                                   "oil,65263,3,0,8,4,0\n"
-                                   "coolant,0,0,0,8,1,-40\n");
-    const std::string scn = File("bad.scn", "0 speed 70 mph\n2 speed 70 kph\n");
-    const std::string good = File("good.scn", "0 speed 70 mph\n");
-    const std::string notJson = File("bad.json", "{\"DUMMY\": [\n");
-    const std::string noRules = File("none.json", "{\"RULES\": []}");
-    const std::string damaged = File("zel-19-20260305.log", std::string(100, 'x'));
-    const struct {
-        std::vector<std::string> args;
-        int exit;
-        std::string says;
-    } cases[] = {
-        {{ZELCTL_BIN}, 2, "zelctl: no subcommand"},
-        {{ZELCTL_BIN, "frobnicate"}, 2, "zelctl: unknown subcommand 'frobnicate'"},
-        {{ZELCTL_BIN, "help", "send"}, 0, "  zelctl send speed 70 mph\n"},
-        {{ZELCTL_BIN, "watch", "--count", "0"}, 2, "zelctl watch: --count: '0' is not"},
-        {{ZELCTL_BIN, "send", "warp", "9"}, 2, "zelctl send: unknown signal 'warp'"},
-        {{ZELCTL_BIN, "state", "--timeout", "0.2"}, 1, "zelctl state: no broker at "},
-        {{ZELCTL_BIN, "table", table}, 1, "zelctl table: " + table + ":3: pgn 0 is outside"},
-        {{ZELCTL_BIN, "rules", "push", "2", notJson}, 2, "'2' is not CMD 1, 3, 4 or 5"},
-        {{ZELCTL_BIN, "rules", "push", "1"}, 2, "zelctl rules: push 1 needs a FILE"},
-        {{ZELCTL_BIN, "rules", "push", "1", notJson}, 1, notJson + ": not valid JSON"},
-        {{ZELCTL_BIN, "rules", "push", "5", noRules}, 1, noRules + ": no \"DUMMY\" array"},
-        {{ZELCTL_BIN, "log", m_dir.Path("missing")}, 1, "missing: No such file"},
-        {{ZELCTL_BIN, "log", damaged}, 1, damaged + " is damaged: 100 of 100 bytes"},
-        {{ZEL_PLAYER_BIN, scn}, 1, "zel-player: " + scn + ":2: speed: 'kph' is not a unit"},
-        {{ZEL_PLAYER_BIN, good, "--speed", "0"}, 2, "--speed: '0' is not a factor above 0"},
-        {{ZEL_CANLOG_BIN, "--seconds", "0", m_dir.Path("x.log")}, 2, "'0' is not 1..3600"},
-    };
-    for (const auto& c : cases) {
-        const std::string text = Run(c.args, c.exit);
-        EXPECT_TRUE(Has(text, c.says)) << "wanted: " << c.says << "\ngot: " << text;
-    }
-}
+class Tools : public Offline {};
 
 TEST_F(Tools, LintAndReplayAreZelAuthorsBesideZelctl) {
     // A zelctl alone in its folder says what it misses.
@@ -69,7 +23,8 @@ TEST_F(Tools, LintAndReplayAreZelAuthorsBesideZelctl) {
                     "zelctl, and " +
                         m_dir.Path("zel-author") + " is missing"));
     // Beside it, the same answers as zel-author's own, but for the time a replay took.
-    const std::string bin = ZELCTL_BIN, author = bin.substr(0, bin.rfind('/')) + "/zel-author";
+    const std::string bin = ZELCTL_BIN;
+    const std::string author = bin.substr(0, bin.rfind('/')) + "/zel-author";
     if (access(author.c_str(), X_OK) != 0) GTEST_SKIP() << "zel-author is not built";
     // Their usage, through zelctl's help, on stdout with exit 0.
     EXPECT_TRUE(Has(Run({ZELCTL_BIN, "help", "lint"}, 0), "--fail-on warning|error"));

@@ -147,8 +147,8 @@ TEST_F(LogWriter, EmptyLogOrSilentSizeQueryRewritesOpenFramesInIdOrder) {
         storage.sizeReplyDelayUs = 0;
         for (uint8_t id : {9, 2, 5}) write(id, dateTime(26, 3, 5, 10, 0, id));
         EXPECT_EQ(offsetOf(5), 204u);
-        const Common::_datetime_ firstPatch = dateTime(26, 3, 5, 11, 0, 0),
-                                 secondPatch = dateTime(26, 3, 5, 11, 0, 5);
+        const Common::_datetime_ firstPatch = dateTime(26, 3, 5, 11, 0, 0);
+        const Common::_datetime_ secondPatch = dateTime(26, 3, 5, 11, 0, 5);
         svc().modifyAlertZelLog(5, firstPatch, false);
         if (silent) storage.sizeReplyDelayUs = -1;
         else storage.wipe();
@@ -166,19 +166,6 @@ TEST_F(LogWriter, EmptyLogOrSilentSizeQueryRewritesOpenFramesInIdOrder) {
         EXPECT_EQ(slice(h.sent()[2].payload, 16 + 52), stampOf(firstPatch));
         EXPECT_EQ(zel::getLe64(h.sent()[4].payload.data(), 16), 144u);
         EXPECT_EQ(slice(h.sent()[4].payload, 28 + 52), stampOf(secondPatch));
-    }
-}
-
-// An empty log and no open frame, or a frame its closing patch dropped.
-TEST_F(LogWriter, PatchOfAnIdWithoutAnEntryFailsAfterItsSizeQuery) {
-    write(7);
-    svc().modifyAlertZelLog(7, kPatch7, true);
-    EXPECT_FALSE(hasEntry(7));
-    for (uint32_t id : {7u, 4u}) {
-        if (id == 4) storage.wipe();
-        h.clearSent();
-        svc().modifyAlertZelLog(id, kPatch7, id == 4);
-        EXPECT_EQ(sentIds(), (Ids{6671}));  // nothing written
     }
 }
 

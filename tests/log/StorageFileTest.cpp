@@ -142,13 +142,17 @@ TEST_F(StorageFiles, MalformedRequestsAreRefusedWithOneLineAndAnsweredWhenTheyCa
 TEST_F(StorageFiles, TornTailIsCutAndADamagedHeadIsMovedAside) {
     ASSERT_EQ(write(1), 0);
     ASSERT_EQ(write(2), 0);
-    int fd = open(path(5).c_str(), O_WRONLY);
-    ASSERT_EQ(pwrite(fd, std::string(25, 'E').data(), 25, 204), 25);
+    // Bytes `text` at `offset` of the log file, as a crash or a bad disk leaves them.
+    auto damage = [&](const std::string& text, off_t offset) {
+        int fd = open(path(5).c_str(), O_WRONLY);
+        EXPECT_EQ(pwrite(fd, text.data(), text.size(), offset), ssize_t(text.size()));
+        close(fd);
+    };
+    damage(std::string(25, 'E'), 204);
     EXPECT_EQ(size(), 204u);
     ASSERT_EQ(notices.size(), 1u);
     EXPECT_NE(notices[0].find("cut a torn frame of 25 bytes"), std::string::npos);
-    ASSERT_EQ(pwrite(fd, "X", 1, 3), 1);  // into the head
-    close(fd);
+    damage("X", 3);  // into the head
     EXPECT_EQ(size(), 0u);
     ASSERT_EQ(notices.size(), 2u);
     EXPECT_NE(notices[1].find("moved damaged log"), std::string::npos);

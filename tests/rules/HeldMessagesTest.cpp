@@ -72,7 +72,9 @@ std::vector<std::string> run(uint32_t seed, const std::vector<Message>& script,
                              const std::vector<std::vector<int>>* plan) {
     Harness h;
     logtest::ScriptedStorage storage(h);
-    std::mt19937 rng(seed ^ 0x5eed), delays(seed), landing(seed ^ 0x1a2d);
+    std::mt19937 rng(seed ^ 0x5eed);
+    std::mt19937 delays(seed);
+    std::mt19937 landing(seed ^ 0x1a2d);
     storage.replyDelay = [&] { return std::uniform_int_distribution<int64_t>(0, 400000)(delays); };
     h.start();
     h.announceStorage();
@@ -122,7 +124,8 @@ std::vector<std::string> run(uint32_t seed, const std::vector<Message>& script,
 
 TEST(HeldMessages, RandomLandingsInStorageWaitsMatchTheSameMessagesAppliedOutsideWaits) {
     const int kRounds = 40;
-    int held = 0, reports = 0;
+    int held = 0;
+    int reports = 0;
     for (uint32_t seed = 20260305; seed < 20260305u + kRounds; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         Script gen(seed * 7);

@@ -17,8 +17,10 @@ TEST(PlatformRules, MalformedRuleFilesAreRefusedNamingTheFileAndTheError) {
         {"{\"CIRCLE100\":[]}", "no \"DUMMY100\" array"},
         {"{\"DUMMY100\":[],\"RECT100\":5}", "\"RECT100\" is not an array"},
     };
-    std::string path = testing::TempDir() + "rules.json", error;
-    Json::Value set, msg;
+    const std::string path = testing::TempDir() + "rules.json";
+    std::string error;
+    Json::Value set;
+    Json::Value msg;
     for (const auto& bad : kBadFiles) {
         FILE* f = fopen(path.c_str(), "w");
         ASSERT_NE(f, nullptr);
@@ -67,7 +69,8 @@ TEST_F(RulesTest, PlatformKeepsTheRuleSetThatTheServiceEndsWith) {
     PlatformState state = stateOf("{\"DUMMY100\":[{\"ID\":1},{\"ID\":4}]}");
     reply(state.ruleSetText());
     Json::Value msg;
-    std::string error, what;
+    std::string error;
+    std::string what;
     for (const auto& c : kCommands) {
         ASSERT_TRUE(platformpeer::makeCommand(std::stoul(c[0]), "cmd", c[1], msg, error));
         ASSERT_TRUE(state.apply(msg, what)) << what;

@@ -29,7 +29,7 @@ const std::set<std::string> kPassOperations = {"ThreadFuncImpl", "CheckAlarm", "
                                                "upDateTrigger", "upDateEvent"};
 
 TEST_F(RuleLines, EveryRuleAndAreaMessagePrintsExactlyItsLines) {
-    const Row rows[] = {
+    const Row applied[] = {
         {"whole set", 39564, textBytes(
              "{\"DUMMY100\":[{\"ID\":7,\"ATLEAST\":5,\"SPEED\":{\"GT\":60.0},"
              "\"STARTIME\":\"2026/03/05 08:00:00\",\"ENDTIME\":\"2026/03/05 18:00\"},"
@@ -50,15 +50,6 @@ TEST_F(RuleLines, EveryRuleAndAreaMessagePrintsExactlyItsLines) {
          {{3, "OnUpdateAreaInfo", "=======OnUpdateAreaInfo======!\n"},
          {3, "OnUpdateAreaInfo", "OnUpdateAreaInfo  has  AREALINE  !\n"},
          {3, "OnUpdateAreaInfo", "=======OnUpdateFenceInfo ID[7][1]======!\n"}}},
-        {"reply with neither array", 39564, textBytes("{\"DUMMY100\":{}}"),
-         {{3, "OnUpdateAreaInfo", "=======OnUpdateAreaInfo======!\n"},
-         {3, "OnUpdateAreaInfo", "OnUpdateAreaInfo  no DUMMY100 or not Array !\n"}}},
-        {"reply not json", 39564, textBytes("{\"DUMMY100\":["),
-         {{3, "OnUpdateAreaInfo", "=======OnUpdateAreaInfo======!\n"},
-         {3, "OnUpdateAreaInfo", "OnUpdateAreaInfo parse fail !\n"}}},
-        {"reply empty", 39564, Bytes(),
-         {{3, "OnUpdateAreaInfo", "=======OnUpdateAreaInfo======!\n"},
-         {3, "OnUpdateAreaInfo", "OnUpdateAreaInfo failed msg length[0]\n"}}},
         {"add", 6796, textBytes("{\"SOURCE\":100,\"CMD\":1,\"DUMMY\":[{\"ID\":9,\"ATLEAST\":1,"
                                 "\"GPS\":{\"EQ\":3.0}}],\"RECT\":[{\"ID\":9}]}"),
          {{3, "OnPlatformUpdateArea", "=======OnPlatformUpdateArea======!\n"},
@@ -117,6 +108,28 @@ TEST_F(RuleLines, EveryRuleAndAreaMessagePrintsExactlyItsLines) {
          {3, "StopAllAlarm", "======StopAllAlarm==End=== !\n"},
          {3, "OnPlatformUpdateArea", "======delete all alert===== !\n"},
          {3, "GetZelAlertEfenceInfo", "send GetZelAlertEfenceInfo message json result : {\"CMD\":11,\"SOURCE\":100}\n length :24 \n "}}},
+        {"fence inside", 6689, fence(7, 3),
+         {{3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo======!\n"},
+         {3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo ID[7][1]======!\n"}}},
+        {"fence outside, longest", 6689, fence(7, 2, 3864),
+         {{3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo======!\n"},
+         {3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo ID[7][0]======!\n"}}},
+        {"fence event inside", 6795, textBytes("{\"SOURCE\":100,\"EVENT\":1,\"ID\":12}"),
+         {{3, "OnUpdateFenceEvent", "=======OnUpdateFenceInfo ID[12][1]======!\n"}}},
+        {"fence event outside", 6795, textBytes("{\"SOURCE\":100,\"EVENT\":-1,\"ID\":12}"),
+         {{3, "OnUpdateFenceEvent", "=======OnUpdateFenceInfo ID[12][0]======!\n"}}},
+    };
+    // Each of these changes nothing and asks nothing.
+    const Row refused[] = {
+        {"reply with neither array", 39564, textBytes("{\"DUMMY100\":{}}"),
+         {{3, "OnUpdateAreaInfo", "=======OnUpdateAreaInfo======!\n"},
+         {3, "OnUpdateAreaInfo", "OnUpdateAreaInfo  no DUMMY100 or not Array !\n"}}},
+        {"reply not json", 39564, textBytes("{\"DUMMY100\":["),
+         {{3, "OnUpdateAreaInfo", "=======OnUpdateAreaInfo======!\n"},
+         {3, "OnUpdateAreaInfo", "OnUpdateAreaInfo parse fail !\n"}}},
+        {"reply empty", 39564, Bytes(),
+         {{3, "OnUpdateAreaInfo", "=======OnUpdateAreaInfo======!\n"},
+         {3, "OnUpdateAreaInfo", "OnUpdateAreaInfo failed msg length[0]\n"}}},
         {"unknown command", 6796, textBytes("{\"SOURCE\":100,\"CMD\":2}"),
          {{3, "OnPlatformUpdateArea", "=======OnPlatformUpdateArea======!\n"},
          {4, "OnPlatformUpdateArea", "OnPlatformUpdateArea get :\r{\n\t\"CMD\" : 2,\n\t\"SOURCE\" : 100\n}\n"},
@@ -129,9 +142,9 @@ TEST_F(RuleLines, EveryRuleAndAreaMessagePrintsExactlyItsLines) {
          {{3, "OnPlatformUpdateArea", "=======OnPlatformUpdateArea======!\n"},
          {4, "OnPlatformUpdateArea", "OnPlatformUpdateArea get :\r{\n\t\"CMD\" : 4,\n\t\"SOURCE\" : 99\n}\n"},
          {3, "OnPlatformUpdateArea", "OnPlatformUpdateArea source[99] != 100 !\n"}}},
-        {"no command", 6796, textBytes("{\"SOURCE\":100}"),
+        {"command as text", 6796, textBytes("{\"SOURCE\":100,\"CMD\":\"4\"}"),
          {{3, "OnPlatformUpdateArea", "=======OnPlatformUpdateArea======!\n"},
-         {4, "OnPlatformUpdateArea", "OnPlatformUpdateArea get :\r{\n\t\"SOURCE\" : 100\n}\n"},
+         {4, "OnPlatformUpdateArea", "OnPlatformUpdateArea get :\r{\n\t\"CMD\" : \"4\",\n\t\"SOURCE\" : 100\n}\n"},
          {3, "OnPlatformUpdateArea", "OnPlatformUpdateArea no cmd !\n"}}},
         {"add without rules", 6796, textBytes("{\"SOURCE\":100,\"CMD\":1}"),
          {{3, "OnPlatformUpdateArea", "=======OnPlatformUpdateArea======!\n"},
@@ -141,22 +154,16 @@ TEST_F(RuleLines, EveryRuleAndAreaMessagePrintsExactlyItsLines) {
          {{3, "OnPlatformUpdateArea", "=======OnPlatformUpdateArea======!\n"},
          {4, "OnPlatformUpdateArea", "OnPlatformUpdateArea get :\r{\n\t\"CMD\" : 5,\n\t\"SOURCE\" : 100\n}\n"},
          {3, "OnPlatformUpdateArea", "OnUpdateAreaInfo  add error !\n"}}},
-        {"delete without ids", 6796, textBytes("{\"SOURCE\":100,\"CMD\":3}"),
+        {"delete, ids no array", 6796, textBytes("{\"SOURCE\":100,\"CMD\":3,\"DUMMYIDS\":{\"ID\":9}}"),
          {{3, "OnPlatformUpdateArea", "=======OnPlatformUpdateArea======!\n"},
-         {4, "OnPlatformUpdateArea", "OnPlatformUpdateArea get :\r{\n\t\"CMD\" : 3,\n\t\"SOURCE\" : 100\n}\n"},
+         {4, "OnPlatformUpdateArea", "OnPlatformUpdateArea get :\r{\n\t\"CMD\" : 3,\n\t\"DUMMYIDS\" : \n\t{\n\t\t\"ID\" : 9\n\t},\n\t\"SOURCE\" : 100\n}\n"},
          {3, "OnPlatformUpdateArea", "OnUpdateAreaInfo  del error !\n"}}},
-        {"push not json", 6796, textBytes("{"),
+        {"push nested too deep", 6796, textBytes(std::string(3000, '[') + std::string(3000, ']')),
          {{3, "OnPlatformUpdateArea", "=======OnPlatformUpdateArea======!\n"},
          {3, "OnPlatformUpdateArea", "OnPlatformUpdateArea parse fail !\n"}}},
         {"push empty", 6796, Bytes(),
          {{3, "OnPlatformUpdateArea", "=======OnPlatformUpdateArea======!\n"},
          {3, "OnPlatformUpdateArea", "OnPlatformUpdateArea failed msg length[0]\n"}}},
-        {"fence inside", 6689, fence(7, 3),
-         {{3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo======!\n"},
-         {3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo ID[7][1]======!\n"}}},
-        {"fence outside, longest", 6689, fence(7, 2, 3864),
-         {{3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo======!\n"},
-         {3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo ID[7][0]======!\n"}}},
         {"fence too short", 6689, fence(7, 1, 3351),
          {{3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo======!\n"},
          {3, "OnUpdateFenceInfo", "data length failed msgerror=3351\n"}}},
@@ -169,10 +176,6 @@ TEST_F(RuleLines, EveryRuleAndAreaMessagePrintsExactlyItsLines) {
         {"fence cut short", 6689, fence(7, 1, 100),
          {{3, "OnUpdateFenceInfo", "=======OnUpdateFenceInfo======!\n"},
          {3, "OnUpdateFenceInfo", "data length failed msgerror=100\n"}}, 3352},
-        {"fence event inside", 6795, textBytes("{\"SOURCE\":100,\"EVENT\":1,\"ID\":12}"),
-         {{3, "OnUpdateFenceEvent", "=======OnUpdateFenceInfo ID[12][1]======!\n"}}},
-        {"fence event outside", 6795, textBytes("{\"SOURCE\":100,\"EVENT\":-1,\"ID\":12}"),
-         {{3, "OnUpdateFenceEvent", "=======OnUpdateFenceInfo ID[12][0]======!\n"}}},
         {"fence event real", 6795, textBytes("{\"SOURCE\":100,\"EVENT\":1.5,\"ID\":12}"),
          {{3, "OnUpdateFenceEvent", "OnPlatformUpdateArea no event !\n"}}},
         {"fence event no id", 6795, textBytes("{\"SOURCE\":100,\"EVENT\":1}"),
@@ -186,7 +189,7 @@ TEST_F(RuleLines, EveryRuleAndAreaMessagePrintsExactlyItsLines) {
         {"fence event empty", 6795, Bytes(),
          {{3, "OnUpdateFenceEvent", "OnUpdateFenceEvent failed msgerror=0\n"}}},
     };
-    for (const Row& r : rows) {
+    auto run = [&](const Row& r) {
         SCOPED_TRACE(r.what);
         if (r.claimed >= 0)
             h.injectClaiming(r.id, static_cast<uint32_t>(r.claimed), r.payload);
@@ -196,6 +199,21 @@ TEST_F(RuleLines, EveryRuleAndAreaMessagePrintsExactlyItsLines) {
         // The cycle's own lines, those of the alert pass among them, are not the
         // handler's.
         expectLines(r.lines, kPassOperations);
+    };
+    for (const Row& r : applied) run(r);
+    rules().push_back(harness::makeRule(9, 0));
+    areas()[9] = true;
+    const std::vector<uint32_t> ids = ruleIds();
+    const std::map<uint32_t, bool> flags = areas();
+    for (const Row& r : refused) {
+        svc().m_bParaReady = 0;
+        h.clearSent();
+        run(r);
+        EXPECT_EQ(ruleIds(), ids);
+        EXPECT_EQ(areas(), flags);
+        EXPECT_EQ(svc().m_bParaReady, 0);
+        // Not ready, the pass may ask for the whole set; nothing else goes out.
+        for (const std::string& t : requests()) EXPECT_EQ(t, "{\"CMD\":8,\"SOURCE\":100}\n");
     }
     // Messages without a whole head, handed over directly: none, and 15 bytes.
     CAlertZelManage& s = svc();

@@ -47,6 +47,8 @@ void operator delete[](void* p, size_t) noexcept { free(p); }
 #pragma GCC diagnostic pop
 #endif
 
+// The names are the linker's (--wrap=malloc), reserved identifiers by design.
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" {
 void* __real_malloc(size_t n);
 void* __real_calloc(size_t n, size_t size);
@@ -65,6 +67,7 @@ void* __wrap_realloc(void* p, size_t n) {
     return __real_realloc(p, n);
 }
 }
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 namespace {
 
@@ -97,8 +100,6 @@ TEST_F(Allocation, FrameDecodeAllocatesNothing) {
               }),
               0u);
     EXPECT_EQ(svc().m_J1939Value.size(), 64u);
-    // The counter does see allocations: the harness's own delivery makes some.
-    EXPECT_GT(allocationsOf([&] { h.deliver(1089, sig::canFrame(0x18FEF100, 0)); }), 0u);
 }
 
 TEST_F(Allocation, TriggerEvaluationOfAPassAllocatesNothing) {

@@ -13,7 +13,7 @@ const uint64_t kAllOnes = ~0ull;
 
 class J1939 : public harness::ServiceTest {
 protected:
-    void table(const std::vector<J1939Row>& rows, std::vector<size_t> at = {}) {
+    void table(const std::vector<J1939Row>& rows, const std::vector<size_t>& at = {}) {
         h.deliver(476, sig::j1939Table(rows, at));
     }
     void frame(uint32_t id, uint64_t data) { h.deliver(1089, sig::canFrame(id, data)); }

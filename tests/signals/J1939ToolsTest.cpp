@@ -42,69 +42,54 @@ TEST(SignalTable, ReadsRowsInOrderAndBuildsTheTableMessage) {
                                {2, 8, 61445, 7, 0, 0.5, -125, 0, 0xff}}));
 }
 
-TEST(SignalTable, ErrorsNameTheLine) {
+// Errors name the line. Lint reads the same CSV without the service's ranges
+// (kSyntaxOnly), to report the rows the service would skip; numbers must
+// still be numbers.
+TEST(SignalTable, ErrorsNameTheLineAndSyntaxOnlyLeavesOutTheRanges) {
+    using zelj1939::kServiceRanges;
+    using zelj1939::kSyntaxOnly;
     const std::string h = "name,pgn,startbyte,startbit,length,resolution,offset,unit\n";
     std::string tooMany = h;
     for (int i = 0; i < 65; ++i) tooMany += "s,65265,0,0,8,1,0\n";
-    const std::pair<std::string, std::string> rows[] = {  // {text, error}
-        {"", "line 1: no header line"},
-        {"name,pgn,startbit,startbyte,length,resolution,offset\n",
+    const std::string sixtyFour = tooMany.substr(0, tooMany.rfind("s,"));
+    const std::string wide = h + "a,131072,6,12,16,1,0\n";
+    const struct { zelj1939::RowCheck check; std::string text, error; } rows[] = {  // error or ""
+        {kServiceRanges, "", "line 1: no header line"},
+        {kServiceRanges, "name,pgn,startbit,startbyte,length,resolution,offset\n",
          "line 1: the header must begin with name,pgn,startbyte,startbit,length,resolution,offset"},
-        {h + "a,65265,1,0,16,1\n", "line 2: expected at least 7 columns, found 6"},
-        {h + "\na,65265,1,0,16,1,0\n,1,1,0,8,1,0\n", "line 4: name is empty"},
-        {h + "a,131072,0,0,8,1,0\n",
+        {kServiceRanges, h + "a,65265,1,0,16,1\n", "line 2: expected at least 7 columns, found 6"},
+        {kServiceRanges, h + "\na,65265,1,0,16,1,0\n,1,1,0,8,1,0\n", "line 4: name is empty"},
+        {kServiceRanges, h + "a,131072,0,0,8,1,0\n",
          "line 2: pgn 131072 is outside 1..65535 (the service matches bits 8..23 of a frame's "
          "identifier)"},
-        {h + "a,-5,0,0,8,1,0\n", "line 2: pgn: '-5' is not a whole number"},
-        {h + "a,65265,8,0,8,1,0\n", "line 2: startbyte 8 is outside 0..7"},
-        {h + "a,65265,0,0,65,1,0\n", "line 2: length 65 is outside 1..64"},
-        {h + "a,65265,6,4,16,1,0\n",
+        {kServiceRanges, h + "a,-5,0,0,8,1,0\n", "line 2: pgn: '-5' is not a whole number"},
+        {kServiceRanges, h + "a,65265,8,0,8,1,0\n", "line 2: startbyte 8 is outside 0..7"},
+        {kServiceRanges, h + "a,65265,0,0,65,1,0\n", "line 2: length 65 is outside 1..64"},
+        {kServiceRanges, h + "a,65265,6,4,16,1,0\n",
          "line 2: the signal ends at bit 68, past the 64 bits of the data field"},
-        {h + "a,65265,1,0,8,1,nan\n", "line 2: offset: 'nan' is not a number"},
-        {h + "\"a,65265,1,0,8,1,0\n", "line 2: unterminated quote"},
-        {tooMany, "line 66: more than 64 signals; the table holds 64"},
+        {kServiceRanges, h + "a,65265,1,0,8,1,nan\n", "line 2: offset: 'nan' is not a number"},
+        {kServiceRanges, h + "\"a,65265,1,0,8,1,0\n", "line 2: unterminated quote"},
+        {kServiceRanges, tooMany, "line 66: more than 64 signals; the table holds 64"},
+        {kServiceRanges, sixtyFour, ""},
+        {kSyntaxOnly, h + ",0,0,0,0,1,0\n", ""},  // no name, no group, no length
+        {kSyntaxOnly, wide, ""},                  // wide group, past the data field
+        {kSyntaxOnly, tooMany, ""},
+        {kSyntaxOnly, h + "a,65265,0,0,-1,1,0\n", "line 2: length: '-1' is not a whole number"},
+        {kSyntaxOnly, h + "a,65265,4294967296,0,8,1,0\n",
+         "line 2: startbyte 4294967296 is outside 0..4294967295"},
+        {kSyntaxOnly, h + "a,65265,1,0,8,x,0\n", "line 2: resolution: 'x' is not a number"},
     };
-    for (const auto& [text, expected] : rows) {
+    for (const auto& r : rows) {
+        std::istringstream in(r.text);
         std::vector<SignalRow> out;
         std::string error;
-        EXPECT_FALSE(parse(text, out, error)) << text;
-        EXPECT_EQ(error, expected) << text;
+        EXPECT_EQ(zelj1939::parseSignalTable(in, out, error, r.check), r.error.empty()) << r.text;
+        EXPECT_EQ(error, r.error) << r.text;
+        if (r.check == kSyntaxOnly && r.text == wide) {
+            EXPECT_EQ(out.at(0).pgn, 131072u);
+            EXPECT_EQ(out.at(0).startbit, 12u);
+        }
     }
-    tooMany.resize(tooMany.rfind("s,"));  // 64 rows
-    std::vector<SignalRow> out;
-    std::string error;
-    EXPECT_TRUE(parse(tooMany, out, error)) << error;
-}
-
-// Lint reads the same CSV without the service's ranges, to report the rows
-// the service would skip; numbers must still be numbers.
-TEST(SignalTable, SyntaxOnlyKeepsRowsTheServiceSkipsButNotMalformedOnes) {
-    const std::string h = "name,pgn,startbyte,startbit,length,resolution,offset\n";
-    std::string many = h;
-    for (int i = 0; i < 65; ++i) many += "s,65265,0,0,8,1,0\n";
-    const std::pair<std::string, std::string> cases[] = {  // {text, error or ""}
-        {h + ",0,0,0,0,1,0\n", ""},                 // no name, no group, no length
-        {h + "a,131072,6,12,16,1,0\n", ""},         // wide group, past the data field
-        {many, ""},
-        {h + "a,65265,0,0,-1,1,0\n", "line 2: length: '-1' is not a whole number"},
-        {h + "a,65265,4294967296,0,8,1,0\n",
-         "line 2: startbyte 4294967296 is outside 0..4294967295"},
-        {h + "a,65265,1,0,8,x,0\n", "line 2: resolution: 'x' is not a number"},
-    };
-    for (const auto& [text, expected] : cases) {
-        std::istringstream in(text);
-        std::vector<SignalRow> rows;
-        std::string error;
-        EXPECT_EQ(zelj1939::parseSignalTable(in, rows, error, zelj1939::kSyntaxOnly),
-                  expected.empty()) << text;
-        EXPECT_EQ(error, expected) << text;
-    }
-    std::istringstream wide(h + "a,131072,6,12,16,1,0\n");
-    std::vector<SignalRow> rows;
-    std::string error;
-    ASSERT_TRUE(zelj1939::parseSignalTable(wide, rows, error, zelj1939::kSyntaxOnly));
-    EXPECT_EQ(rows[0].pgn, 131072u);
-    EXPECT_EQ(rows[0].startbit, 12u);
 }
 
 // Every tool reads a log through one reader: blank lines pass, anything else

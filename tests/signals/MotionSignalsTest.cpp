@@ -8,10 +8,10 @@ namespace {
 
 class Motion : public harness::ServiceTest {
 protected:
-    void settings(std::vector<uint8_t> kinds, std::vector<uint8_t> tags) {
+    void settings(const std::vector<uint8_t>& kinds, const std::vector<uint8_t>& tags) {
         h.deliver(320, sig::ipcSetting(kinds, tags));
     }
-    void motion(std::vector<uint8_t> tags, std::vector<uint8_t> status) {
+    void motion(const std::vector<uint8_t>& tags, const std::vector<uint8_t>& status) {
         h.deliver(1288, sig::mdState(tags, status));
     }
     // Channels whose flag is set, or (valid) whose event 18 + i is valid, as bits.

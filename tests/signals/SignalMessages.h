@@ -52,20 +52,20 @@ inline Bytes vehicleInfo(uint32_t vehicleMask, uint16_t tempMask = 0, uint16_t s
                        {24, 4, voltMask}, {28, 1, voltInt}, {29, 1, voltDec},
                        {48, 4, statusMask}, {52, 1, status}});
 }
-inline Bytes alprEvent(uint8_t mask, std::vector<uint8_t> values = {}) {
+inline Bytes alprEvent(uint8_t mask, const std::vector<uint8_t>& values = {}) {
     Bytes b = record(16, {{8, 1, mask}});
     std::copy(values.begin(), values.end(), b.begin() + 9);
     return b;
 }
 // Motion: per channel its tag at i and its status at 32 + i.
-inline Bytes mdState(std::vector<uint8_t> tags, std::vector<uint8_t> status) {
+inline Bytes mdState(const std::vector<uint8_t>& tags, const std::vector<uint8_t>& status) {
     Bytes b(48, 0);
     std::copy(tags.begin(), tags.end(), b.begin());
     std::copy(status.begin(), status.end(), b.begin() + 32);
     return b;
 }
 // Camera settings: per channel a 200-byte row, its kind at 8 and its tag at 14.
-inline Bytes ipcSetting(std::vector<uint8_t> kinds, std::vector<uint8_t> tags = {}) {
+inline Bytes ipcSetting(const std::vector<uint8_t>& kinds, const std::vector<uint8_t>& tags = {}) {
     Bytes b(3208, 0);
     for (size_t i = 0; i < kinds.size(); ++i) b[8 + 200 * i] = kinds[i];
     for (size_t i = 0; i < tags.size(); ++i) b[14 + 200 * i] = tags[i];
@@ -80,7 +80,7 @@ struct J1939Row {
     uint32_t max = 0, source = 0;
 };
 // The 6048-byte table with `rows` at rows 0, 1, ... or at the rows `at` names.
-inline Bytes j1939Table(const std::vector<J1939Row>& rows, std::vector<size_t> at = {}) {
+inline Bytes j1939Table(const std::vector<J1939Row>& rows, const std::vector<size_t>& at = {}) {
     Bytes b(6048, 0);
     for (size_t n = 0; n < rows.size(); ++n) {
         const J1939Row& r = rows[n];

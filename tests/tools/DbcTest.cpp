@@ -12,9 +12,9 @@ using namespace zelj1939;
 
 namespace {
 
-// 2364540158 = 0x8CF004FE: extended, priority 3, group 0xF004 (EEC1), source 0xFE.
-// 2566844158 = 0x98FEEEFE: group 0xFEEE (ET1). 2348875518 = 0x8C00FEFE: PDU1
-// group 0 with destination 0xFE: the service matches the 16 bits 0x00FE.
+// 2364540158 = 0x8CF004FE: extended, priority 3, group 0xF004 (EEC1, 61444), source 0xFE.
+// 2566844158 = 0x98FEEEFE: group 0xFEEE (ET1, 65262). 2348875518 = 0x8C00FEFE: PDU1
+// group 0 with destination 0xFE: the service matches the 16 bits 0x00FE (254).
 const char* const kDbc =
     "VERSION \"1.0 \\\"hand\\\" made\"\n"
     "\n"
@@ -74,33 +74,23 @@ TEST(Dbc, SignalsBecomeTheRowsAHandDecodeExpects) {
     std::vector<std::string> comments;
     std::vector<LeftOut> left;
     dbcRows(signals, {}, true, rows, comments, left);
-    struct Row {
-        const char* name;
-        uint64_t pgn;
-        uint32_t startbyte, startbit;
-        int32_t length;
-        double resolution, offset;
-        const char* unit;
-    } expect[] = {
-        {"EngineSpeed", 0xF004, 3, 0, 16, 0.125, 0, "rpm"},
-        {"TorqueMode", 0xF004, 0, 0, 4, 1, 0, ""},
-        {"Mode", 0xFEEE, 0, 0, 8, 1, 0, ""},
-        {"OilTemp", 0xFEEE, 2, 0, 16, 0.03125, -273, "degC, oil"},
-        {"RequestedPgn", 0x00FE, 0, 0, 24, 1, 0, ""},
-    };
-    ASSERT_EQ(rows.size(), sizeof expect / sizeof expect[0]);
-    for (size_t i = 0; i < rows.size(); ++i) {
-        const Row& e = expect[i];
-        EXPECT_EQ(rows[i].name, e.name);
-        EXPECT_EQ(rows[i].pgn, e.pgn) << e.name;
-        EXPECT_EQ(rows[i].startbyte, e.startbyte) << e.name;
-        EXPECT_EQ(rows[i].startbit, e.startbit) << e.name;
-        EXPECT_EQ(rows[i].length, e.length) << e.name;
-        EXPECT_EQ(rows[i].resolution, e.resolution) << e.name;
-        EXPECT_EQ(rows[i].offset, e.offset) << e.name;
-        EXPECT_EQ(rows[i].unit, e.unit) << e.name;
+    // name pgn startbyte startbit length resolution offset unit
+    std::vector<std::string> got;
+    for (const SignalRow& r : rows) {
+        std::ostringstream line;
+        line << r.name << " " << r.pgn << " " << r.startbyte << " " << r.startbit << " "
+             << r.length << " " << r.resolution << " " << r.offset << " " << r.unit;
+        got.push_back(line.str());
     }
+    EXPECT_EQ(got, (std::vector<std::string>{
+                       "EngineSpeed 61444 3 0 16 0.125 0 rpm",
+                       "TorqueMode 61444 0 0 4 1 0 ",
+                       "Mode 65262 0 0 8 1 0 ",
+                       "OilTemp 65262 2 0 16 0.03125 -273 degC, oil",
+                       "RequestedPgn 254 0 0 24 1 0 ",
+                   }));
     std::vector<std::string> named;
+    named.reserve(left.size());
     for (const LeftOut& l : left) named.push_back(l.name + ": " + l.reason);
     EXPECT_EQ(named, (std::vector<std::string>{
                          "ActualTorque: signed values",
@@ -155,7 +145,7 @@ TEST(Dbc, PickAndTheTableLimit) {
 }
 
 TEST(Dbc, MalformedTextIsRefusedWithItsLine) {
-    struct Case {
+    const struct Case {
         const char* text;
         const char* error;
     } cases[] = {

@@ -2,10 +2,9 @@
 // state between steps, traces and tables from files, and the refusals with
 // their file and line.
 #include <gtest/gtest.h>
-#include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -17,7 +16,7 @@ namespace {
 std::vector<uint8_t> Hex(const std::string& text) {
     std::vector<uint8_t> out;
     for (size_t i = 0; i + 1 < text.size(); i += 2)
-        out.push_back(static_cast<uint8_t>(strtoul(text.substr(i, 2).c_str(), NULL, 16)));
+        out.push_back(static_cast<uint8_t>(strtoul(text.substr(i, 2).c_str(), nullptr, 16)));
     return out;
 }
 
@@ -52,12 +51,20 @@ std::string ParseError(const std::string& text, const std::string& dir = "") {
     return error;
 }
 
-// A fresh folder under gtest's temporary directory.
+// A fresh folder under gtest's temporary directory, removed with its
+// contents at the end of the scope.
 struct ScratchDir {
     ScratchDir() {
         std::string tmpl = ::testing::TempDir() + "scenarioXXXXXX";
-        path = mkdtemp(&tmpl[0]) ? tmpl : ::testing::TempDir();
+        EXPECT_NE(mkdtemp(tmpl.data()), nullptr) << tmpl;
+        path = tmpl;
     }
+    ~ScratchDir() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
     std::string Write(const std::string& name, const std::string& text) const {
         std::ofstream(path + "/" + name) << text;
         return path + "/" + name;
@@ -173,10 +180,14 @@ TEST(Scenario, TableComesFromTheCsvBesideTheScenario) {
               Hex("00000000000044C0"));
 }
 
+// Refusals name the scenario's line, and inside a file it reads, that file's.
 TEST(Scenario, RefusalsNameFileLineAndWhat) {
+    ScratchDir dir;
+    dir.Write("bad.log", "(0.0) can0 18FEF100#00\n(0.1) can0 18FEF100#0\n");
+    dir.Write("bad.csv", "name,pgn,startbyte,startbit,length,resolution,offset\nx,0,0,0,8,1,0\n");
+    const std::string base = dir.path + "/";
     const struct {
-        const char* text;
-        const char* error;
+        std::string text, error;
     } cases[] = {
         {"0 speed 70", "t.scn:1: speed takes a value and a unit"},
         {"\n0 speed 70 kph", "t.scn:2: speed: 'kph' is not a unit (kmh or mph)"},
@@ -193,26 +204,16 @@ TEST(Scenario, RefusalsNameFileLineAndWhat) {
         {"0 alpr l1=300", "t.scn:1: alpr l1: '300' is not a value of 0..255"},
         {"0 can 18FEF100#FF3", "t.scn:1: can: '18FEF100#FF3' is not a frame"},
         {"0 fence 7 maybe", "t.scn:1: fence: 'maybe' is not in or out"},
-        {"0 cantrace missing.log", "t.scn:1: cantrace: cannot read missing.log"},
+        {"0 cantrace missing.log", "t.scn:1: cantrace: cannot read " + base + "missing.log"},
+        {"0 speed 1 kmh\n1 cantrace bad.log",
+         "t.scn:2: cantrace: " + base + "bad.log:2: not a classic CAN frame of candump -l or -ta"},
+        {"0 j1939table bad.csv", "t.scn:1: j1939table: " + base + "bad.csv: line 2: pgn"},
     };
     for (const auto& c : cases) {
-        std::string error = ParseError(c.text);
-        EXPECT_EQ(error.compare(0, strlen(c.error), c.error), 0)
+        std::string error = ParseError(c.text, dir.path);
+        EXPECT_EQ(error.compare(0, c.error.size(), c.error), 0)
             << "got: " << error << "\nwanted: " << c.error;
     }
-}
-
-TEST(Scenario, RefusalsInsideFilesNameThatFileAndLine) {
-    ScratchDir dir;
-    dir.Write("bad.log", "(0.0) can0 18FEF100#00\n(0.1) can0 18FEF100#0\n");
-    dir.Write("bad.csv", "name,pgn,startbyte,startbit,length,resolution,offset\nx,0,0,0,8,1,0\n");
-    const std::string base = dir.path + "/";
-    EXPECT_EQ(ParseError("0 speed 1 kmh\n1 cantrace bad.log", dir.path),
-              "t.scn:2: cantrace: " + base + "bad.log:2: not a classic CAN frame of candump -l "
-              "or -ta");
-    EXPECT_EQ(ParseError("0 j1939table bad.csv", dir.path).find("t.scn:1: j1939table: " +
-                                                                  base + "bad.csv: line 2: pgn"),
-              0u);
 }
 
 TEST(ScenarioBuilder, RefusedStepLeavesRunningStateAlone) {

@@ -53,6 +53,9 @@ class CAlertZelManage : public Common::CThread, public CServiceBase {
 public:
     static CAlertZelManage* get_instance();
     ~CAlertZelManage() override;
+    // One instance, made by get_instance.
+    CAlertZelManage(const CAlertZelManage&) = delete;
+    CAlertZelManage& operator=(const CAlertZelManage&) = delete;
 
     int ThreadFuncImpl() override;
     void Initialize();
@@ -65,7 +68,7 @@ public:
 
     // ---- alert engine ----
     void CheckAlarm();
-    bool checkTime(Common::_datetime_& start, Common::_datetime_& end);
+    bool checkTime(const Common::_datetime_& start, const Common::_datetime_& end);
     void upDateTrigger(sInputTrigger& trigger, unsigned int& atLeast,
                        unsigned long long& EventMark, bool& result);
     void checkAlertIO(sInputTrigger& trigger, unsigned int& atLeast,
@@ -183,10 +186,10 @@ public:
     public:
         explicit BusyScope(CAlertZelManage& owner);
         ~BusyScope();
+        BusyScope(const BusyScope&) = delete;
+        BusyScope& operator=(const BusyScope&) = delete;
 
     private:
-        BusyScope(const BusyScope&);
-        BusyScope& operator=(const BusyScope&);
         CAlertZelManage& m_owner;
     };
     // True when the message was held for later; the handler then returns.
@@ -198,58 +201,58 @@ public:
     // Time of the last watchdog feed; set by the first worker cycle.
     static long lastFeedTime;
 
-    void* m_pMsgManage;
+    void* m_pMsgManage = nullptr;
     uint8_t m_WatchRecord[36];
     std::list<ZelAlertPara_t> m_ParaList;
     std::vector<tag_ZELAlert> m_AlertList;
 
     // signal cache
-    uint8_t m_PanicKey[4];
-    uint8_t m_AccData[40];
-    uint8_t m_GpsInfo[52];
-    double m_Speed;
-    double m_HdTemp;
-    double m_SysTemp;
-    double m_SysVolt;
-    double m_Ignition;
-    double m_Accel[3];
-    double m_AlprValue[5];
-    uint8_t m_VehicleInfo[64];
-    uint8_t m_MdRecord[48];
-    uint8_t m_IpcSetting[3208];
-    uint8_t m_MdState[16];
-    uint8_t m_IoState[16];
-    uint32_t m_IOlState;
+    uint8_t m_PanicKey[4]{};
+    uint8_t m_AccData[40]{};
+    uint8_t m_GpsInfo[52]{};
+    double m_Speed = 0;
+    double m_HdTemp = 0;
+    double m_SysTemp = 0;
+    double m_SysVolt = 0;
+    double m_Ignition = 0;
+    double m_Accel[3]{};
+    double m_AlprValue[5]{};
+    uint8_t m_VehicleInfo[64]{};
+    uint8_t m_MdRecord[48]{};
+    uint8_t m_IpcSetting[3208]{};
+    uint8_t m_MdState[16]{};
+    uint8_t m_IoState[16]{};
+    uint32_t m_IOlState = 0;
 
     std::map<uint32_t, bool> m_IsInGPSAreaMap;
-    uint8_t m_J1939Param[6048];
+    uint8_t m_J1939Param[6048]{};
     J1939ValueMap m_J1939Value;
-    uint32_t m_EventValid[4];
+    uint32_t m_EventValid[4]{};
 
-    uint8_t m_bWritePending;
-    int32_t m_WriteResult;
-    uint8_t m_bSizePending;
-    unsigned long long m_LogSize;
+    uint8_t m_bWritePending = 0;
+    int32_t m_WriteResult = 0;
+    uint8_t m_bSizePending = 0;
+    unsigned long long m_LogSize = 0;
     std::map<uint32_t, _AlertZelLogFrame_t_> m_LogFrameMap;
-    unsigned char* write_frame;
-    unsigned char* modify_frame;
-    uint8_t m_bStorageReady;
-    uint8_t m_bParaReady;
-    int32_t m_LastParaRequest;
-    int32_t m_LastTickTime;
-    uint8_t m_bTickDue;
-    uint8_t m_LastResult[kEventCount];
-    uint8_t m_PassUsable[kEventCount];  // per pass: event has a plain value
-    double m_PassValue[kEventCount];    // per pass: that value
-    uint8_t m_bDiskTempOk;
-    unsigned char m_TimeFlag;
-    Common::_datetime_ m_LastDate;
+    unsigned char* write_frame = nullptr;
+    unsigned char* modify_frame = nullptr;
+    uint8_t m_bStorageReady = 0;
+    uint8_t m_bParaReady = 0;
+    int32_t m_LastParaRequest = 0;
+    int32_t m_LastTickTime = 0;
+    uint8_t m_bTickDue = 0;
+    uint8_t m_LastResult[kEventCount]{};
+    uint8_t m_PassUsable[kEventCount]{};  // per pass: event has a plain value
+    double m_PassValue[kEventCount]{};    // per pass: that value
+    uint8_t m_bDiskTempOk = 0;
+    unsigned char m_TimeFlag = 0;
+    Common::_datetime_ m_LastDate{};
 
     // set on the first worker cycle
-    uint8_t m_bFirstCycle;
+    uint8_t m_bFirstCycle = 1;
     // depth of walks, stops and rule changes on the stack
-    int m_BusyDepth;
-    uint8_t m_bApplyingHeld;
+    int m_BusyDepth = 0;
+    uint8_t m_bApplyingHeld = 0;
     std::deque<HeldMessage> m_HeldMessages;
 
 private:
@@ -257,8 +260,6 @@ private:
     zel::J1939Index m_J1939Index;
 
     CAlertZelManage();
-    CAlertZelManage(const CAlertZelManage&);
-    CAlertZelManage& operator=(const CAlertZelManage&);
 };
 
 #endif  // ALERTZEL_MANAGE_H

@@ -58,7 +58,7 @@ struct _AlertZelLogFrame_t_ {
 // never allocates.
 class J1939ValueMap {
 public:
-    J1939ValueMap() : m_present(0) { memset(m_value, 0, sizeof m_value); }
+    J1939ValueMap() { memset(m_value, 0, sizeof m_value); }
     bool find(uint32_t row, double& out) const {
         if (row >= 64 || !(m_present & (1ull << row))) return false;
         out = m_value[row];
@@ -73,7 +73,7 @@ public:
     bool empty() const { return m_present == 0; }
 
 private:
-    uint64_t m_present;
+    uint64_t m_present = 0;
     double m_value[64];
 };
 

@@ -33,7 +33,7 @@ class J1939Index {
 public:
     static const size_t kCapacity = 64;
 
-    J1939Index() : m_table(), m_count(0) {}
+    J1939Index() = default;
 
     void clear() {
         for (J1939Slot& s : m_table) s.pgn = 0;
@@ -71,8 +71,8 @@ private:
     // group numbers apart.
     static size_t home(uint32_t pgn) { return (pgn * 2654435761u) >> (32 - 7); }
 
-    J1939Slot m_table[kPlaces];  // open addressing, linear probing
-    size_t m_count;
+    J1939Slot m_table[kPlaces]{};  // open addressing, linear probing
+    size_t m_count = 0;
 };
 
 }  // namespace zel

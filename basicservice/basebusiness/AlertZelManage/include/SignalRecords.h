@@ -282,7 +282,7 @@ struct J1939Param_t {
 
     // Row `row` (0..63) of a whole table.
     static J1939Param_t read(const uint8_t* table, int row) {
-        const uint8_t* p = table + kRowSize * row;
+        const uint8_t* p = table + static_cast<size_t>(kRowSize) * row;
         J1939Param_t r;
         r.id = zel::getLe32(p, kId);
         r.length = static_cast<int32_t>(zel::getLe32(p, kLength));

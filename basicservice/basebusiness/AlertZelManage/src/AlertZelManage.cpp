@@ -96,7 +96,7 @@ void printBanner() {
 
 }  // namespace
 
-CAlertZelManage* CAlertZelManage::m_instance = NULL;
+CAlertZelManage* CAlertZelManage::m_instance = nullptr;
 long CAlertZelManage::lastFeedTime = 0;
 
 extern "C" CServiceBase* Create() {
@@ -107,22 +107,11 @@ extern "C" CServiceBase* Create() {
 }
 
 CAlertZelManage* CAlertZelManage::get_instance() {
-    if (m_instance == NULL) m_instance = new CAlertZelManage();
+    if (m_instance == nullptr) m_instance = new CAlertZelManage();
     return m_instance;
 }
 
-CAlertZelManage::CAlertZelManage()
-    : m_pMsgManage(NULL),
-      m_PanicKey(), m_AccData(), m_GpsInfo(),
-      m_Speed(0), m_HdTemp(0), m_SysTemp(0), m_SysVolt(0), m_Ignition(0),
-      m_Accel(), m_AlprValue(), m_VehicleInfo(), m_MdRecord(), m_IpcSetting(),
-      m_MdState(), m_IoState(), m_IOlState(0),
-      m_J1939Param(), m_EventValid(),
-      m_bWritePending(0), m_WriteResult(0), m_bSizePending(0), m_LogSize(0),
-      write_frame(NULL), modify_frame(NULL),
-      m_bStorageReady(0), m_bParaReady(0), m_LastParaRequest(0), m_LastTickTime(0),
-      m_bTickDue(0), m_LastResult(), m_PassUsable(), m_PassValue(), m_bDiskTempOk(0), m_TimeFlag(0), m_LastDate(),
-      m_bFirstCycle(1), m_BusyDepth(0), m_bApplyingHeld(0) {
+CAlertZelManage::CAlertZelManage() {
     m_pMsgManage = Common::Q7X_MSGCreateMessageClient(30, "/tmp/unix.domain", 0);
     ZEL_LOG(3, "m_pMsgManage = %p\n", m_pMsgManage);
 
@@ -137,9 +126,9 @@ CAlertZelManage::CAlertZelManage()
 
     write_frame = static_cast<unsigned char*>(malloc(kWriteFrameAlloc));
     modify_frame = static_cast<unsigned char*>(malloc(kModifyFrameAlloc));
-    if (write_frame == NULL || modify_frame == NULL) {
+    if (write_frame == nullptr || modify_frame == nullptr) {
         ZEL_LOG(3, "write_frame or modify_frame is NULL !\n");
-        exit(1);
+        exit(1);  // NOLINT(concurrency-mt-unsafe): only the host's thread runs yet, inside Create
     }
     memset(write_frame, 0, kWriteFrameAlloc);
     memset(modify_frame, 0, kModifyFrameAlloc);
@@ -154,10 +143,10 @@ CAlertZelManage::~CAlertZelManage() {
         // The remaining steps run whatever the bus did.
     }
     free(write_frame);
-    write_frame = NULL;
+    write_frame = nullptr;
     free(modify_frame);
-    modify_frame = NULL;
-    if (m_instance == this) m_instance = NULL;
+    modify_frame = nullptr;
+    if (m_instance == this) m_instance = nullptr;
 }
 
 void CAlertZelManage::Initialize() {
@@ -194,7 +183,7 @@ void CAlertZelManage::messageUnRegister() {
 
 void CAlertZelManage::GetAlarmParamAndStatus() {
     for (unsigned int id : kStartRequests)
-        Common::Q7X_MSGSendMessage(m_pMsgManage, 0, id, 1, NULL, 0, 0);
+        Common::Q7X_MSGSendMessage(m_pMsgManage, 0, id, 1, nullptr, 0, 0);
 }
 
 void CAlertZelManage::GetAlarmStatus(Json::Value& status) {}
@@ -204,9 +193,9 @@ int CAlertZelManage::ThreadFuncImpl() {
 
     if (m_bFirstCycle) {
         m_bFirstCycle = 0;
-        lastFeedTime = time(NULL);
+        lastFeedTime = time(nullptr);
     }
-    long now = time(NULL);
+    long now = time(nullptr);
     if (labs(now - lastFeedTime) > kFeedInterval) {
         lastFeedTime = now;
         Common::Q7X_MSGSendMessage(m_pMsgManage, 0, zel::kMsgWatchFeed, 0, m_WatchRecord,
@@ -216,6 +205,6 @@ int CAlertZelManage::ThreadFuncImpl() {
 
     HandleAlarmCrossDay();
     CheckAlarm();
-    usleep(kCycleSleepUs);
+    usleep(kCycleSleepUs);  // cppcheck-suppress usleepCalled ; the device's pause between cycles
     return 0;
 }

@@ -33,7 +33,7 @@ void CAlertZelManage::CheckAlarm() {
     }
 
     m_bTickDue = 0;
-    long t = time(NULL);
+    long t = time(nullptr);
     if (labs(t - static_cast<long>(m_LastTickTime)) > kTickInterval) {
         m_LastTickTime = static_cast<int32_t>(t);
         m_bTickDue = 1;
@@ -116,7 +116,8 @@ void CAlertZelManage::CheckAlarm() {
     if (!m_AlertList.empty()) sendAlertList(__FUNCTION__);
 }
 
-bool CAlertZelManage::checkTime(Common::_datetime_& start, Common::_datetime_& end) {
+bool CAlertZelManage::checkTime(const Common::_datetime_& start,
+                                const Common::_datetime_& end) {
     if (isZeroDateTime(start)) return true;
     if (isZeroDateTime(end)) return true;
     Common::_datetime_ current;
@@ -134,7 +135,7 @@ CAlertZelManage::BusyScope::~BusyScope() {
 }
 
 bool CAlertZelManage::holdIfBusy(Handler handler, const char* msg, int len) {
-    if (m_BusyDepth == 0 || msg == NULL || len < 16) return false;
+    if (m_BusyDepth == 0 || msg == nullptr || len < 16) return false;
     HeldMessage held;
     held.handler = handler;
     held.bytes.assign(msg, msg + len);

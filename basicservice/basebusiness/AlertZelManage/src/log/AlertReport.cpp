@@ -39,7 +39,7 @@ bool CAlertZelManage::sendAlertList(const char* caller) {
     if (count == 0) return true;
     size_t size = kListHeadSize + kRecordSize * count;
     uint8_t* payload = static_cast<uint8_t*>(malloc(size));
-    if (payload == NULL) {
+    if (payload == nullptr) {
         ZEL_LOG_AS(caller, 3, "msgZelAlertData malloc fail !\n");
         return false;
     }
@@ -58,14 +58,14 @@ bool CAlertZelManage::sendAlertList(const char* caller) {
 // request's payload is not read.
 void CAlertZelManage::OnGetZelAlertState(const char* msg, int len) {
     ZEL_LOG(3, "=======OnGetZelAlertState======!\n");
-    if (msg == NULL || len < 16) {
+    if (msg == nullptr || len < 16) {
         ZEL_LOG(3, "OnGetZelAlertState length error \n");
         return;
     }
     size_t count = m_LogFrameMap.size();
     size_t size = kListHeadSize + kRecordSize * count;
     uint8_t* payload = static_cast<uint8_t*>(malloc(size));
-    if (payload == NULL) {
+    if (payload == nullptr) {
         ZEL_LOG(3, "msgZelAlertData malloc fail !\n");
         return;
     }

@@ -1,7 +1,7 @@
 // The storage dialogue: write, patch and size of the alert log.
 //
 // For its callers the dialogue is synchronous: a write and a size query block
-// the worker in a reply wait of at most about 6 seconds of time(NULL), and
+// the worker in a reply wait of at most about 6 seconds of time(nullptr), and
 // the bus handlers, the replies among them, run inside that wait. Replies are
 // not matched to requests: whichever wait runs when a reply lands takes it.
 // Callers hold a BusyScope, so rule changes that land in a wait are applied
@@ -24,16 +24,16 @@ const unsigned int kWriteSettleUs = 50000;  // between a write and its wait
 const unsigned int kRewriteGapUs = 50;      // between the writes of a renumbering
 const uint64_t kFrameStep = zel::kFrameSize;
 
-// Waits until *pending is cleared by a reply, or until a reading of time(NULL)
+// Waits until *pending is cleared by a reply, or until a reading of time(nullptr)
 // lies more than kReplyLimitS whole seconds after the first. A clock set back
 // during the wait moves the start back with it, so a step never stretches the
 // wait by its own size.
 void replyWait(void* client, const uint8_t& pending) {
-    long t0 = time(NULL);
+    long t0 = time(nullptr);
     long last = t0;
     while (pending) {
         Common::Q7X_MSGWaitForEvent(client, kReplyWaitMs);
-        long now = time(NULL);
+        long now = time(nullptr);
         if (now < last) t0 -= last - now;
         last = now;
         if (now - t0 > kReplyLimitS) break;
@@ -56,13 +56,13 @@ void CAlertZelManage::writeAlertZelLog(unsigned int alertID, unsigned long long 
     ZEL_LOG(2, "=========write Zel alert log ID[%d]...\n", static_cast<int>(alertID));
     Common::Q7X_MSGSendMessage(m_pMsgManage, 0, zel::kMsgLogWrite, 1, write_frame,
                                static_cast<int>(zel::kWriteSize), 0);
-    usleep(kWriteSettleUs);
+    usleep(kWriteSettleUs);  // cppcheck-suppress usleepCalled ; the device's pause
     // No reply is dispatched before the wait, so setting these after the send
     // loses none: a reply sent during the sleep counts.
     m_bWritePending = 1;
     m_WriteResult = -1;
     replyWait(m_pMsgManage, m_bWritePending);
-    if (m_WriteResult != 0) {
+    if (m_WriteResult != 0) {  // cppcheck-suppress knownConditionTrueFalse ; the reply sets it in the wait
         ZEL_LOG(2, "=========write Zel alert fail ID[%d]...\n", static_cast<int>(alertID));
         return;
     }
@@ -108,13 +108,12 @@ unsigned long long CAlertZelManage::GetZelAlertLogSize() {
 
 void CAlertZelManage::ModifyZelAlertFrameOffset() {
     uint64_t offset = zel::kLogFirstFrame;
-    for (std::map<uint32_t, _AlertZelLogFrame_t_>::iterator it = m_LogFrameMap.begin();
-         it != m_LogFrameMap.end(); ++it) {
-        _AlertZelLogFrame_t_& entry = it->second;
+    for (std::pair<const uint32_t, _AlertZelLogFrame_t_>& item : m_LogFrameMap) {
+        _AlertZelLogFrame_t_& entry = item.second;
         zel::fillWriteRequest(write_frame, entry.frame + zel::kFrameAlarmStart, entry.frame);
         Common::Q7X_MSGSendMessage(m_pMsgManage, 0, zel::kMsgLogWrite, 1, write_frame,
                                    static_cast<int>(zel::kWriteSize), 0);
-        usleep(kRewriteGapUs);
+        usleep(kRewriteGapUs);  // cppcheck-suppress usleepCalled ; the device's pause
         entry.frameOffset = offset;
         offset += kFrameStep;
     }
@@ -122,7 +121,7 @@ void CAlertZelManage::ModifyZelAlertFrameOffset() {
 
 void CAlertZelManage::OnReturnWriteResult(const char* msg, int len) {
     m_bWritePending = 0;
-    if (msg == NULL || len < zel::kHeadSize) {
+    if (msg == nullptr || len < zel::kHeadSize) {
         ZEL_LOG(3, "write file length error \n");
         return;
     }
@@ -135,12 +134,12 @@ void CAlertZelManage::OnReturnWriteResult(const char* msg, int len) {
     }
     int8_t result = static_cast<int8_t>(zel::getU8(msg, zel::kHeadSize + zel::kReplyResult));
     ZEL_LOG(2, "write Zel alert log result = %d \n", result);
-    m_WriteResult = result;
+    m_WriteResult = result;  // NOLINT(bugprone-signed-char-misuse,cert-str34-c): the result byte is signed
 }
 
 void CAlertZelManage::OnReturnAlarmLogSize(const char* msg, int len) {
     m_bSizePending = 0;
-    if (msg == NULL || len < zel::kHeadSize) {
+    if (msg == nullptr || len < zel::kHeadSize) {
         ZEL_LOG(3, "file info length error \n");
         return;
     }
@@ -157,7 +156,7 @@ void CAlertZelManage::OnReturnAlarmLogSize(const char* msg, int len) {
 }
 
 void CAlertZelManage::OnCheckStoragePlugin(const char* msg, int len) {
-    if (msg == NULL || len < zel::kHeadSize) {
+    if (msg == nullptr || len < zel::kHeadSize) {
         ZEL_LOG(3, "update StorageState length error \n");
         return;
     }

@@ -56,9 +56,9 @@ void CAlertZelManage::getAreaID(Json::Value& root, std::string& key) {
         return;
     }
     const Json::Value& areas = static_cast<const Json::Value&>(root)[key];
-    for (Json::ArrayIndex i = 0; i < areas.size(); ++i) {
+    for (const Json::Value& area : areas) {
         unsigned int id = 0;
-        if (!GetJsonID(areas[i], id)) continue;
+        if (!GetJsonID(area, id)) continue;
         if (zel::addAreaIfAbsent(m_IsInGPSAreaMap, id))
             ZEL_LOG(3, "=====m_IsInGPSAreaMap[%d] is too large !======\n",
                     static_cast<int>(m_IsInGPSAreaMap.size()));
@@ -69,7 +69,7 @@ void CAlertZelManage::OnUpdateFenceInfo(const char* msg, int len) {
     if (holdIfBusy(&CAlertZelManage::OnUpdateFenceInfo, msg, len)) return;
     BusyScope busy(*this);
     ZEL_LOG(3, "=======OnUpdateFenceInfo======!\n");
-    if (msg == NULL || len < zel::kHeadSize) {
+    if (msg == nullptr || len < zel::kHeadSize) {
         ZEL_LOG(3, "fence info length error \n");
         return;
     }
@@ -95,7 +95,7 @@ void CAlertZelManage::OnUpdateFenceEvent(const char* msg, int len) {
     if (holdIfBusy(&CAlertZelManage::OnUpdateFenceEvent, msg, len)) return;
     BusyScope busy(*this);
     try {
-        if (msg == NULL || len < zel::kHeadSize) {
+        if (msg == nullptr || len < zel::kHeadSize) {
             ZEL_LOG(3, "OnUpdateFenceEvent length error \n");
             return;
         }

@@ -55,14 +55,14 @@ int checkText(const char* text, int fields[6]) {
     if (year != 0 && (above(year, 2099) || year < 2001)) return 3;
 
     const char* slash1 = strchr(text, '/');
-    if (slash1 == NULL) return 4;
+    if (slash1 == nullptr) return 4;
     int month = readNumber(slash1 + 1);
     if (above(month, 12)) return 5;
     if (year % 1000 == 0 && month != 0) return 21;
     if (year % 1000 != 0 && month == 0) return 22;
 
     const char* slash2 = strchr(slash1 + 1, '/');
-    if (slash2 == NULL) return 6;
+    if (slash2 == nullptr) return 6;
     if (width(slash1 + 1, slash2) > kMaxFieldWidth) return 7;
     int day = readNumber(slash2 + 1);
     if (above(day, 31)) return 8;
@@ -70,18 +70,18 @@ int checkText(const char* text, int fields[6]) {
     if (month != 0 && day == 0) return 24;
 
     const char* blank = strchr(slash2 + 1, ' ');
-    if (blank == NULL) return 9;
+    if (blank == nullptr) return 9;
     if (width(slash2 + 1, blank) > kMaxFieldWidth) return 10;
     if (!isDigit(blank[1])) return 11;
 
     const char* colon1 = strchr(blank + 1, ':');
-    if (colon1 == NULL) return 12;
+    if (colon1 == nullptr) return 12;
     int hour = readNumber(blank + 1);
     if (above(hour, 23)) return 13;
     if (width(blank + 1, colon1) > kMaxFieldWidth) return 14;
 
     const char* colon2 = strchr(colon1 + 1, ':');
-    if (colon2 == NULL) return 15;
+    if (colon2 == nullptr) return 15;
     int minute = readNumber(colon1 + 1);
     if (above(minute, 59)) return 16;
     if (width(colon1 + 1, colon2) > kMaxFieldWidth) return 17;
@@ -103,7 +103,7 @@ int checkText(const char* text, int fields[6]) {
 
 void CAlertZelManage::stringToDateTime(const char* text, Common::_datetime_& out) {
     int fields[6] = {0, 0, 0, 0, 0, 0};
-    int code = checkText(text != NULL ? text : "", fields);
+    int code = checkText(text != nullptr ? text : "", fields);
     if (code != 0) {
         ZEL_LOG(3, "==stringToDateTime,errcode[%d]...\n", code);
         return;

@@ -78,7 +78,7 @@ void zel::removeOneRule(CAlertZelManage& service, unsigned int alertID, const ch
 }
 
 void CAlertZelManage::GetZelAlertPara() {
-    long now = time(NULL);
+    long now = time(nullptr);
     if (labs(now - static_cast<long>(m_LastParaRequest)) <= kParaRequestGap) return;
     m_LastParaRequest = static_cast<int32_t>(now);
     std::string text = requestText(kCmdRuleSet);
@@ -101,7 +101,7 @@ void CAlertZelManage::OnUpdateAreaInfo(const char* msg, int len) {
     BusyScope busy(*this);
     try {
         ZEL_LOG(3, "=======OnUpdateAreaInfo======!\n");
-        if (msg == NULL || len < zel::kHeadSize) {
+        if (msg == nullptr || len < zel::kHeadSize) {
             ZEL_LOG(3, "OnUpdateAreaInfo length error \n");
             return;
         }
@@ -120,9 +120,9 @@ void CAlertZelManage::OnUpdateAreaInfo(const char* msg, int len) {
             ZEL_LOG(3, "OnUpdateAreaInfo  has  AREALINE  !\n");
             // "AREALINE" only ever sets flags: an id it doesn't list keeps its own.
             const Json::Value& inside = static_cast<const Json::Value&>(root)["AREALINE"];
-            for (Json::ArrayIndex i = 0; i < inside.size(); ++i) {
+            for (const Json::Value& area : inside) {
                 unsigned int id = 0;
-                if (!GetJsonID(inside[i], id)) continue;
+                if (!GetJsonID(area, id)) continue;
                 ZEL_LOG(3, "=======OnUpdateFenceInfo ID[%d][%d]======!\n", static_cast<int>(id),
                         1);
                 if (zel::setAreaFlag(m_IsInGPSAreaMap, id, true))
@@ -151,7 +151,7 @@ void CAlertZelManage::OnPlatformUpdateArea(const char* msg, int len) {
     BusyScope busy(*this);
     try {
         ZEL_LOG(3, "=======OnPlatformUpdateArea======!\n");
-        if (msg == NULL || len < zel::kHeadSize) {
+        if (msg == nullptr || len < zel::kHeadSize) {
             ZEL_LOG(3, "OnPlatformUpdateArea length error \n");
             return;
         }

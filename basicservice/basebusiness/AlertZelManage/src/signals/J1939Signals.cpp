@@ -72,13 +72,13 @@ void CAlertZelManage::onGetJ1939param(const char* msg, int len) {
 void CAlertZelManage::onGetZelCanData(const char* msg, int len) {
     // Only len is tested; a null msg (never sent by the bus) is taken as a
     // frame too short to read.
-    if (len < kMinCanMessage || msg == NULL) {
+    if (len < kMinCanMessage || msg == nullptr) {
         ZEL_LOG(3, "msg len is invalid(%d)\n", len);
     } else {
         const uint8_t* payload = reinterpret_cast<const uint8_t*>(msg) + zel::kHeadSize;
         CanFrameMsg_t frame = CanFrameMsg_t::read(payload);
         const zel::J1939Slot* slot = m_J1939Index.find(frame.pgn());
-        if (slot != NULL) {
+        if (slot != nullptr) {
             uint64_t raw =
                 slot->shift >= kNoShift ? 0 : (frame.ullCanData >> slot->shift) & slot->mask;
             // Rounded once, as one fused multiply-add.

@@ -73,5 +73,5 @@ void CAlertZelManage::OnUpdataIPCSetting(const char* msg, int len) {
     memcpy(m_IpcSetting, in.payload, IpcSetting_t::kSize);
     // Ask for the motion state under the new settings; the answer (34057)
     // comes in a later wait. Sent after every block, changed or not.
-    Common::Q7X_MSGSendMessage(m_pMsgManage, 0, zel::kMsgMdStateRequest, 1, NULL, 0, 0);
+    Common::Q7X_MSGSendMessage(m_pMsgManage, 0, zel::kMsgMdStateRequest, 1, nullptr, 0, 0);
 }
