@@ -2,9 +2,8 @@
 # Builds and runs every test: once as built for use, once under
 # AddressSanitizer and UndefinedBehaviorSanitizer; the bus and host tests
 # once more under ThreadSanitizer; then a random sample of the mutants, each
-# fuzz target briefly, and a one-minute soak of the whole device.
-# scripts/static.sh (clang-tidy and cppcheck) runs apart until the findings
-# left in the service and its tests are gone.
+# fuzz target briefly, a one-minute soak of the whole device, and the static
+# analysis (clang-tidy and cppcheck) of every source.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh
@@ -34,4 +33,6 @@ echo "== fuzz targets, 10 s each (${SECONDS}s so far)"
 ./scripts/fuzz.sh 10
 echo "== soak, 60 s (${SECONDS}s so far)"
 ./scripts/soak.sh 60
+echo "== static analysis (${SECONDS}s so far)"
+./scripts/static.sh
 echo "== all done in ${SECONDS}s"

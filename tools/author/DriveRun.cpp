@@ -43,8 +43,8 @@ int64_t utcOfFields(int year, int month, int day, int hour, int minute, int seco
     return static_cast<int64_t>(timegm(&tm));
 }
 
-// A fence step's area and whether it puts the vehicle inside; false for
-// any other step.
+}  // namespace
+
 bool fenceOf(const zelscenario::Step& s, uint32_t& id, bool& in) {
     if (s.id == zel::kMsgFenceEvent) {
         Json::Value v;
@@ -63,7 +63,6 @@ bool fenceOf(const zelscenario::Step& s, uint32_t& id, bool& in) {
     return false;
 }
 
-}  // namespace
 
 bool parseDeviceClock(const std::string& text, int f[6]) {
     f[0] = 2026, f[1] = 3, f[2] = 5;
@@ -73,6 +72,43 @@ bool parseDeviceClock(const std::string& text, int f[6]) {
         return false;
     return f[0] >= 2001 && f[0] <= 2099 && f[1] >= 1 && f[1] <= 12 && f[2] >= 1 && f[2] <= 31 &&
            f[3] >= 0 && f[3] <= 23 && f[4] >= 0 && f[4] <= 59 && f[5] >= 0 && f[5] <= 59;
+}
+
+void answerPlatform(harness::Harness& h, const std::string& rulesText, const int64_t& zeroUs,
+                    const AreasAt& areasAt) {
+    h.onSend(zel::kMsgPlatformRule, [&h, rulesText, &zeroUs, areasAt](const harness::SentMessage& m) {
+        Json::Value request;
+        Json::Reader reader;
+        std::string text(m.payload.begin(), m.payload.end());
+        if (!reader.parse(text, request) || !request.isObject()) return;
+        unsigned int cmd = request["CMD"].asUInt();
+        if (cmd == kCmdRules) {
+            h.inject(zel::kMsgPlatformRuleReply, rulesText);
+        } else if (cmd == kCmdAreas) {
+            Json::Value reply(Json::objectValue);
+            reply["AREALINE"] = Json::Value(Json::arrayValue);
+            for (uint32_t id : areasAt(zeroUs ? (h.nowUs() - zeroUs) / 1e6 : 0)) {
+                Json::Value area;
+                area["ID"] = id;
+                reply["AREALINE"].append(area);
+            }
+            h.inject(zel::kMsgPlatformRuleReply, Json::FastWriter().write(reply));
+        }
+    });
+}
+
+int64_t settleAtZero(harness::Harness& h, const int clock[6]) {
+    const CAlertZelManage& svc = h.service();
+    h.announceStorage();
+    for (int i = 0; i < kSetupCycles && !svc.m_bParaReady; ++i) h.cycle();
+    h.cycle();  // the area answer
+    // Time 0 on a whole second, so that record times read exactly (half a
+    // microsecond more, since advance() truncates). No signal has come yet,
+    // so no alert runs while the clock is set.
+    h.advance((1000000 - h.nowUs() % 1000000 + 0.5) / 1e6);
+    int64_t zeroUs = h.nowUs();
+    h.setDeviceTime(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
+    return zeroUs;
 }
 
 struct DriveRun::Impl {
@@ -89,42 +125,18 @@ DriveRun::DriveRun(const std::string& rulesText, const int clock[6]) : m_impl(ne
     h.start();
     m_impl->storage = std::make_unique<MemoryStorage>(h);
     Impl* impl = m_impl.get();
-    h.onSend(zel::kMsgPlatformRule, [this, impl, rulesText](const harness::SentMessage& m) {
-        Json::Value request;
-        Json::Reader reader;
-        std::string text(m.payload.begin(), m.payload.end());
-        if (!reader.parse(text, request) || !request.isObject()) return;
-        unsigned int cmd = request["CMD"].asUInt();
-        if (cmd == kCmdRules) {
-            impl->h.inject(zel::kMsgPlatformRuleReply, rulesText);
-        } else if (cmd == kCmdAreas) {
-            double t = m_zeroUs ? (impl->h.nowUs() - m_zeroUs) / 1e6 : 0;
-            std::set<uint32_t> inside;
-            for (const auto& f : impl->fences) {
-                if (f.first > t) break;
-                if (f.second.second) inside.insert(f.second.first);
-                else inside.erase(f.second.first);
-            }
-            Json::Value reply(Json::objectValue);
-            reply["AREALINE"] = Json::Value(Json::arrayValue);
-            for (uint32_t id : inside) {
-                Json::Value area;
-                area["ID"] = id;
-                reply["AREALINE"].append(area);
-            }
-            impl->h.inject(zel::kMsgPlatformRuleReply, Json::FastWriter().write(reply));
+    answerPlatform(h, rulesText, m_zeroUs, [impl](double t) {
+        std::set<uint32_t> inside;
+        for (const auto& f : impl->fences) {
+            if (f.first > t) break;
+            if (f.second.second) inside.insert(f.second.first);
+            else inside.erase(f.second.first);
         }
+        return inside;
     });
-    const CAlertZelManage& svc = h.service();
-    h.announceStorage();
-    for (int i = 0; i < kSetupCycles && !svc.m_bParaReady; ++i) h.cycle();
-    h.cycle();  // the area answer
-    // Time 0 on a whole second, so that record times read exactly (half a
-    // microsecond more, since advance() truncates).
-    h.advance((1000000 - h.nowUs() % 1000000 + 0.5) / 1e6);
-    m_zeroUs = h.nowUs();
-    h.setDeviceTime(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
+    m_zeroUs = settleAtZero(h, clock);
     m_deviceZero = utcOfFields(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
+    const CAlertZelManage& svc = h.service();
     for (const ZelAlertPara_t& p : svc.m_ParaList) m_rules.push_back(p.alertID);
     h.clearSent();
     h.clearLines();

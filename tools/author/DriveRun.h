@@ -17,6 +17,7 @@
 
 #include <stdint.h>
 
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -26,7 +27,26 @@
 #include "Replay.h"
 #include "Scenario.h"
 
+namespace harness {
+class Harness;
+}
+
 namespace zelauthor {
+
+// The platform's part in the service's start, shared by replay and the
+// drives: answers the rule-set request (CMD 8) with `rulesText` and each
+// area request (CMD 11) with the areas `areasAt` gives for the seconds since
+// time 0 (`zeroUs`, read at the request; 0 seconds before it is set).
+typedef std::function<std::set<uint32_t>(double seconds)> AreasAt;
+void answerPlatform(harness::Harness& h, const std::string& rulesText, const int64_t& zeroUs,
+                    const AreasAt& areasAt);
+// Lets the started service take its storage, rules and areas, then puts time
+// 0 on a whole second with the device clock at `clock`; returns time 0 in the
+// harness's microseconds.
+int64_t settleAtZero(harness::Harness& h, const int clock[6]);
+// A fence step's area and whether it puts the vehicle inside; false for any
+// other step.
+bool fenceOf(const zelscenario::Step& s, uint32_t& id, bool& in);
 
 // "HH:MM:SS" or "YYYY/MM/DD HH:MM:SS" (or with '-') into year..second;
 // false when malformed or out of range. The date defaults to 2026/03/05.

@@ -34,9 +34,6 @@ namespace {
 
 typedef std::vector<zelscenario::Step> Steps;
 
-const unsigned int kCmdRules = 8;
-const unsigned int kCmdAreas = 11;
-const int kSetupCycles = 50;
 // Steps go into the harness this far ahead of the virtual clock: beyond the
 // 500 ms that one cycle's wait may skip, so that no step is passed over, and
 // no further, since the harness scans its whole queue for each message.
@@ -127,19 +124,7 @@ std::set<uint32_t> insideAreas(const Steps& steps, double upTo) {
         if (s.at > upTo) break;
         uint32_t id = 0;
         bool in = false;
-        if (s.id == zel::kMsgFenceEvent) {
-            Json::Value v;
-            Json::Reader reader;
-            std::string text(s.payload.begin(), s.payload.end());
-            if (!reader.parse(text, v) || !v.isObject() || !v["ID"].isUInt()) continue;
-            id = v["ID"].asUInt();
-            in = v["EVENT"].isInt() && v["EVENT"].asInt() == 1;
-        } else if (s.id == zel::kMsgFenceInfo && s.payload.size() >= 8) {
-            in = s.payload[0] & 1;
-            id = zel::getLe32(s.payload.data(), 4);
-        } else {
-            continue;
-        }
+        if (!fenceOf(s, id, in)) continue;
         if (in)
             inside.insert(id);
         else
@@ -237,38 +222,9 @@ Status runReplay(const ReplayArgs& args, ReplayResult& out, std::string& error) 
     MemoryStorage storage(h);
     std::string rulesText = wholeSetText(file);
     int64_t zeroUs = 0;
-    h.onSend(zel::kMsgPlatformRule, [&](const harness::SentMessage& m) {
-        Json::Value request;
-        Json::Reader reader;
-        std::string text(m.payload.begin(), m.payload.end());
-        if (!reader.parse(text, request) || !request.isObject()) return;
-        unsigned int cmd = request["CMD"].asUInt();
-        if (cmd == kCmdRules) {
-            h.inject(zel::kMsgPlatformRuleReply, rulesText);
-        } else if (cmd == kCmdAreas) {
-            Json::Value reply(Json::objectValue);
-            reply["AREALINE"] = Json::Value(Json::arrayValue);
-            double t = zeroUs ? (h.nowUs() - zeroUs) / 1e6 : 0;
-            for (uint32_t id : insideAreas(steps, t)) {
-                Json::Value area;
-                area["ID"] = id;
-                reply["AREALINE"].append(area);
-            }
-            h.inject(zel::kMsgPlatformRuleReply, Json::FastWriter().write(reply));
-        }
-    });
+    answerPlatform(h, rulesText, zeroUs, [&steps](double t) { return insideAreas(steps, t); });
     CAlertZelManage& svc = h.service();
-    h.announceStorage();
-    for (int i = 0; i < kSetupCycles && !svc.m_bParaReady; ++i) h.cycle();
-    h.cycle();  // the area answer
-    // Time 0 on a whole second, so that record times read exactly, and the
-    // device clock there as asked. No signal has come yet, so no alert runs
-    // while the clock is set.
-    // (advance() truncates to whole microseconds: half a one more keeps the
-    // step exact.)
-    h.advance((1000000 - h.nowUs() % 1000000 + 0.5) / 1e6);
-    zeroUs = h.nowUs();
-    h.setDeviceTime(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
+    zeroUs = settleAtZero(h, clock);
     Common::_datetime_ now;
     Common::Q7X_TMGetShareTime(&now);
     out.clockAtZero = clockText(now);
