@@ -129,7 +129,7 @@ PassWatch::PassWatch(CAlertZelManage& service, ReplayResult& out)
 
 void PassWatch::afterPass(double t) {
     size_t i = 0;
-    for (ZelAlertPara_t& p : m_service.m_ParaList) {
+    for (const ZelAlertPara_t& p : m_service.m_ParaList) {
         if (i >= m_out.rules.size()) break;
         RuleTrace& r = m_out.rules[i];
         RuleStats& stats = m_stats[i++];
