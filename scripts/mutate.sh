@@ -11,8 +11,9 @@
 # Catalogue (tests/mutation/mutants.tsv), one mutant a line, tab-separated:
 #   id  file:line  original text  replacement
 # The file is relative to the service folder. The original text must stand on
-# that line (or, after an edit moved it, within 30 lines of it); its first
-# occurrence is replaced. Mutants that survive for a reason that no test can
+# that line (or, after an edit moved it, within 30 lines of it and on no other
+# line that near, so that the mutant cannot silently land on another
+# statement); its first occurrence is replaced. Mutants that survive for a reason that no test can
 # see are listed with the reason in tests/mutation/equivalent.tsv.
 #
 # The worktree is never touched: the sources are copied to build-mutate/tree
@@ -107,13 +108,17 @@ import sys
 path, line, orig, repl = sys.argv[1], int(sys.argv[2]), sys.argv[3], sys.argv[4]
 lines = open(path).read().split('\n')
 order = [line] + [n for d in range(1, 31) for n in (line - d, line + d)]
-for n in order:
-    if 1 <= n <= len(lines) and orig in lines[n - 1]:
-        lines[n - 1] = lines[n - 1].replace(orig, repl, 1)
-        open(path, 'w').write('\n'.join(lines))
-        print(n)
-        sys.exit(0)
-sys.exit(1)
+near = [n for n in order if 1 <= n <= len(lines) and orig in lines[n - 1]]
+# Moved, and the text stands on more than one line near it: which one the
+# mutant meant is a guess, so the row must be anchored again.
+if not near:
+    sys.exit(1)
+if near[0] != line and len(near) > 1:
+    sys.exit(2)
+n = near[0]
+lines[n - 1] = lines[n - 1].replace(orig, repl, 1)
+open(path, 'w').write('\n'.join(lines))
+print(n)
 EOF
 }
 
@@ -129,8 +134,15 @@ for row in "${rows[@]}"; do
   src=$tree/$service/$file
   cp -p "$src" "$work/original"
   echo "$src" >"$work/applied"
-  if ! at=$(apply "$src" "$line" "$orig" "$repl"); then
-    broken=$((broken + 1)); problems+=("$id $file:$line: the original text is not there")
+  how=0
+  at=$(apply "$src" "$line" "$orig" "$repl") || how=$?
+  if [ "$how" -ne 0 ]; then
+    broken=$((broken + 1))
+    if [ "$how" -eq 2 ]; then
+      problems+=("$id $file:$line: the original text moved and stands on several lines near it; anchor the row again")
+    else
+      problems+=("$id $file:$line: the original text is not there")
+    fi
     continue
   fi
   if ! build_tests "${tests[0]}"; then

@@ -135,11 +135,12 @@ TEST_F(Allocation, AnAlertListThatCannotBeAllocatedIsReportedByItsBuilder) {
     svc().CheckAlarm();
     svc().StopAllAlarm();
     g_failingSize = 0;
-    std::vector<std::string> failures;
-    for (const harness::DebugLine& l : h.lines())
-        if (l.text == "msgZelAlertData malloc fail !\n") failures.push_back(l.func);
-    EXPECT_EQ(failures, (std::vector<std::string>{"CheckAlarm", "StopAllAlarm"}));
     EXPECT_FALSE(h.hasLine("======StopAllAlarm==End=== !\n"));
+    const std::string fail = "msgZelAlertData malloc fail !\n";
+    std::vector<harness::Line> failures;
+    for (const harness::Line& l : printed())
+        if (l.text == fail) failures.push_back(l);
+    EXPECT_EQ(failures, (std::vector<harness::Line>{{3, "CheckAlarm", fail}, {3, "StopAllAlarm", fail}}));
     EXPECT_TRUE(h.sentWithId(3215).empty());
     for (const ZelAlertPara_t& r : svc().m_ParaList) EXPECT_EQ(r.bLastState, 0) << r.alertID;
     // The state query with three open frames needs 104 bytes: no reply then.
@@ -148,8 +149,8 @@ TEST_F(Allocation, AnAlertListThatCannotBeAllocatedIsReportedByItsBuilder) {
     g_failingSize = 104;
     h.deliver(3216, Bytes());
     g_failingSize = 0;
-    EXPECT_EQ(h.texts(), (std::vector<std::string>{"=======OnGetZelAlertState======!\n",
-                                                    "msgZelAlertData malloc fail !\n"}));
+    expectLines({{3, "OnGetZelAlertState", "=======OnGetZelAlertState======!\n"},
+                 {3, "OnGetZelAlertState", fail}});
     EXPECT_TRUE(h.sentWithId(3216 | 0x8000).empty());
 }
 
