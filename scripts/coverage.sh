@@ -21,13 +21,18 @@ case ${1:-} in
 esac
 
 dir=build-coverage
+# Atomic counts: the service's worker and the host's threads run the same code
+# at once, and racing counts can come out negative, which gcovr refuses.
 cmake -S . -B "$dir" -DAZ_BUILD_TESTS=ON -DCMAKE_BUILD_TYPE=Debug \
-  -DCMAKE_CXX_FLAGS="--coverage -O0" -DCMAKE_C_FLAGS="--coverage -O0" \
+  -DCMAKE_CXX_FLAGS="--coverage -fprofile-update=atomic -O0" \
+  -DCMAKE_C_FLAGS="--coverage -fprofile-update=atomic -O0" \
   -DCMAKE_EXE_LINKER_FLAGS=--coverage -DCMAKE_SHARED_LINKER_FLAGS=--coverage >/dev/null
 cmake --build "$dir" -j2
 find "$dir" -name '*.gcda' -delete
-# The coverage runtime exports symbols of its own from the plug-in.
-ctest --test-dir "$dir" -j2 --output-on-failure -E '^plugin_exports$'
+# The coverage runtime exports symbols of its own from the plug-in, and
+# writes the build tree's path into every binary for its counts, which the
+# install test refuses in an installed file.
+ctest --test-dir "$dir" -j2 --output-on-failure -E '^(plugin_exports|install_test)$'
 
 report() {  # title, source folder, extra gcovr args...
   local title=$1 folder=$2; shift 2
