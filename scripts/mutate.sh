@@ -52,7 +52,24 @@ done
 
 mkdir -p "$tree"
 # Time stamps come along, so that a second run rebuilds only what changed.
+# A file edited while an earlier run was building can be older than the
+# objects built from its old text: the files whose text differs from the
+# copy get a new time stamp, so that they are rebuilt whatever their age.
+mapfile -t edited < <(python3 - "$repo" "$tree" <<'EOF'
+import filecmp, os, sys
+repo, tree = sys.argv[1], sys.argv[2]
+for top, dirs, files in os.walk(repo):
+    rel = os.path.relpath(top, repo)
+    dirs[:] = [d for d in dirs if not (rel == '.' and (d.startswith('build') or d == '.git'))]
+    for f in files:
+        path = os.path.normpath(os.path.join(rel, f))
+        copy = os.path.join(tree, path)
+        if os.path.exists(copy) and not filecmp.cmp(os.path.join(repo, path), copy, shallow=False):
+            print(path)
+EOF
+)
 tar -C "$repo" --exclude='./build*' --exclude=./.git -cf - . | tar -C "$tree" -xf -
+for f in "${edited[@]}"; do touch "$tree/$f"; done
 # A run cut off while a mutant stood leaves an object built from it: the
 # restored source is older than that object, so make it newer.
 if [ -f "$work/applied" ]; then
