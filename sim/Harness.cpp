@@ -137,7 +137,7 @@ void Harness::stepTimeOnly(long seconds) { state().timeOnlyOffsetS += seconds; }
 
 void Harness::stepDeviceOnly(long seconds) { state().deviceOffsetS += seconds; }
 
-void Harness::setDeviceTime(int year, int month, int day, int hour, int minute, int second) {
+int64_t utcSeconds(int year, int month, int day, int hour, int minute, int second) {
     struct tm tm;
     memset(&tm, 0, sizeof tm);
     tm.tm_year = year - 1900;
@@ -146,7 +146,11 @@ void Harness::setDeviceTime(int year, int month, int day, int hour, int minute, 
     tm.tm_hour = hour;
     tm.tm_min = minute;
     tm.tm_sec = second;
-    int64_t target = static_cast<int64_t>(timegm(&tm));
+    return static_cast<int64_t>(timegm(&tm));
+}
+
+void Harness::setDeviceTime(int year, int month, int day, int hour, int minute, int second) {
+    int64_t target = utcSeconds(year, month, day, hour, minute, second);
     state().deviceOffsetS = static_cast<long>(target - state().nowUs / 1000000);
 }
 

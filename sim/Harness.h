@@ -113,6 +113,8 @@ private:
 };
 
 // Little builders for payloads.
+// Seconds since 1970 of a UTC date and time.
+int64_t utcSeconds(int year, int month, int day, int hour, int minute, int second);
 Bytes le32(uint32_t v);
 void appendLe32(Bytes& b, uint32_t v);
 void appendLe64(Bytes& b, uint64_t v);

@@ -31,18 +31,6 @@ const unsigned int kCmdRules = 8;
 const unsigned int kCmdAreas = 11;
 const int kSetupCycles = 50;
 
-int64_t utcOfFields(int year, int month, int day, int hour, int minute, int second) {
-    struct tm tm;
-    memset(&tm, 0, sizeof tm);
-    tm.tm_year = year - 1900;
-    tm.tm_mon = month - 1;
-    tm.tm_mday = day;
-    tm.tm_hour = hour;
-    tm.tm_min = minute;
-    tm.tm_sec = second;
-    return static_cast<int64_t>(timegm(&tm));
-}
-
 }  // namespace
 
 bool fenceOf(const zelscenario::Step& s, uint32_t& id, bool& in) {
@@ -135,7 +123,7 @@ DriveRun::DriveRun(const std::string& rulesText, const int clock[6]) : m_impl(ne
         return inside;
     });
     m_zeroUs = settleAtZero(h, clock);
-    m_deviceZero = utcOfFields(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
+    m_deviceZero = harness::utcSeconds(clock[0], clock[1], clock[2], clock[3], clock[4], clock[5]);
     const CAlertZelManage& svc = h.service();
     for (const ZelAlertPara_t& p : svc.m_ParaList) m_rules.push_back(p.alertID);
     h.clearSent();
